@@ -1,0 +1,7 @@
+Imports System
+
+Module Program
+    Sub Main()
+        Console.WriteLine("Hello, world!")
+    End Sub
+End Module

@@ -1,0 +1,3 @@
+Option Explicit
+
+MsgBox "Hello, world!"

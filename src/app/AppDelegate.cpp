@@ -1,0 +1,50 @@
+#include "app/AppDelegate.h"
+
+#include "app/GlobalConfig.h"
+#include "filemanager/CommonUtil.h"
+#include "filemanager/FileManagerUtil.h"
+#include "filemanager/TempDirectoryUtil.h"
+#include "platform/OperationQueue.h"
+
+namespace harbor {
+
+bool AppDelegate::didFinishLaunchingWithOptions(const LaunchOptions& options) {
+  GlobalConfig::initConfig<AppGlobalConfig>(this);
+  CommonApplication::didFinishLaunchingWithOptions(options);
+  initAction();
+  window()->makeKeyAndVisible();
+  return true;
+}
+
+void AppDelegate::initAction() {
+  startClearTemp();
+  FileManagerUtil::checkPasswordFileIsExists();
+  std::shared_ptr<ViewController> browser;
+  if (auto& make = ApplicationServices::shared().fileManagerController) browser = make();
+  fileManagerNavController = std::make_shared<NavigationController>(browser);
+  _rootViewController = fileManagerNavController;
+  setWindowDidFinishLaunchingRootViewController();
+}
+
+void AppDelegate::startClearTemp() {
+  clearTempDone_ = std::make_shared<std::promise<void>>();
+  clearTempFuture_ = clearTempDone_->get_future().share();
+  CancellableThread::startDetached([done = clearTempDone_] {
+    TempDirectoryUtil::deleteTemp();
+    if (auto& more = ApplicationServices::shared().afterClearTemp) more();
+    done->set_value();
+  });
+}
+
+bool AppDelegate::waitForClearTemp(std::chrono::milliseconds timeout) {
+  return clearTempFuture_.valid() &&
+         clearTempFuture_.wait_for(timeout) == std::future_status::ready;
+}
+
+void AppDelegate::applicationDidEnterBackground() {
+  CommonApplication::applicationDidEnterBackground();
+  // `_viewController` is never set, so nothing is ever reported running here.
+  if (!_viewController) CommonUtil::checkBookMark();
+}
+
+}  // namespace harbor

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/ViewController.h"
+
+namespace harbor {
+
+// The lock's password storage, as the frame's lock decisions read it.
+class IPasswordStore {
+ public:
+  virtual ~IPasswordStore() = default;
+  virtual std::string getLocalPassword() = 0;  // "" when none
+  virtual bool getAutoLogin() = 0;
+  // Decoded password of a full path, "" when none.
+  virtual std::string getFilePassword(const std::string& fullPath) = 0;
+  // The locked folder on the way from a relative path up to the root, if any.
+  virtual std::optional<std::string> isExistsPasswordInPathComponents(
+      const std::string& relativePath) = 0;
+};
+
+// Biometric unlock; Linux has none, so the default provider says so.
+class IBiometrics {
+ public:
+  virtual ~IBiometrics() = default;
+  virtual bool isSupportTouchID() = 0;
+  virtual bool isTouchIDAuthentication() = 0;  // the user's setting
+  // `reply(success, errorCode)`; -2 means the user cancelled.
+  virtual void authentionTouchID(std::function<void(bool, long)> reply) = 0;
+};
+
+// The Wi-Fi share server, as the frame starts and stops it.
+class IShareServer {
+ public:
+  virtual ~IShareServer() = default;
+  virtual bool startHttpServer() = 0;
+  virtual void stopHttpServer() = 0;
+  virtual bool isRunning() const = 0;
+};
+
+// Services the application frame reaches through hooks, filled in by the
+// subsystems that provide them. Until one is provided its step does nothing.
+struct ApplicationServices {
+  std::shared_ptr<IPasswordStore> passwords;
+  std::shared_ptr<IBiometrics> biometrics;
+  std::function<std::shared_ptr<IShareServer>()> makeShareServer;
+  // The lock screen and the root file browser screens.
+  std::function<std::shared_ptr<ViewController>()> loginController;
+  std::function<std::shared_ptr<ViewController>()> fileManagerController;
+  // Shows a localised message on the top screen.
+  std::function<void(const std::string&)> alertMsg;
+  // The connectivity probe; its reply is ignored.
+  std::function<void()> detectNetwork;
+  // Work that joins the launch's temporary-files clean-up.
+  std::function<void()> afterClearTemp;
+  // Network state: the reachability status (1 for reachable by Wi-Fi).
+  std::function<int()> reachabilityStatus;
+  // Whether a cloud identity exists.
+  std::function<bool()> cloudIdentityAvailable;
+
+  static ApplicationServices& shared();
+};
+
+}  // namespace harbor
