@@ -75,14 +75,18 @@ std::size_t ImageCache::count() const {
   return images_.size();
 }
 
-CommonApplication::CommonApplication() { sharedApp = this; }
+CommonApplication::CommonApplication() {
+  sharedApp = this;
+}
 
 CommonApplication::~CommonApplication() {
   if (reachabilityToken_) NotificationCenter::defaultCenter().removeObserver(reachabilityToken_);
   if (sharedApp == this) sharedApp = nullptr;
 }
 
-CommonApplication* CommonApplication::sharedAppDelegate() { return sharedApp; }
+CommonApplication* CommonApplication::sharedAppDelegate() {
+  return sharedApp;
+}
 
 OperationQueue& CommonApplication::backgroundQueue() {
   static OperationQueue queue(4, "CommonApplication.backgroundQueue");
@@ -114,7 +118,9 @@ void CommonApplication::loadWifiInfo() {
   if (isLoadNetWorkWatcher()) networkStateChange();
 }
 
-void CommonApplication::createWindow() { window_ = std::make_unique<MyWindow>(); }
+void CommonApplication::createWindow() {
+  window_ = std::make_unique<MyWindow>();
+}
 
 void CommonApplication::detectNetwork() {
   // Only there to have the system ask for network permission early; the
@@ -148,7 +154,9 @@ void CommonApplication::applicationDidEnterBackground() {
   isSecurity();
 }
 
-void CommonApplication::applicationWillEnterForeground() { isSecurity(true); }
+void CommonApplication::applicationWillEnterForeground() {
+  isSecurity(true);
+}
 
 void CommonApplication::applicationDidReceiveMemoryWarning() {
   processedImageCache().removeAllObjects();
@@ -234,7 +242,9 @@ std::shared_ptr<ViewController> CommonApplication::loginController() {
   return loginController_;
 }
 
-bool CommonApplication::isSecurity() { return isSecurity(false); }
+bool CommonApplication::isSecurity() {
+  return isSecurity(false);
+}
 
 bool CommonApplication::isSecurity(bool useBiometric) {
   if (isSupportLoginSecurity() && checkPassword()) {
@@ -296,7 +306,9 @@ void CommonApplication::handerShortCutItem() {
   if (_currentShortcutItem && _currentShortcutItem->type == "WIFISHARE") shortcutWiFiShareAction();
 }
 
-void CommonApplication::shortcutWiFiShareAction() { _currentShortcutItem.reset(); }
+void CommonApplication::shortcutWiFiShareAction() {
+  _currentShortcutItem.reset();
+}
 
 void CommonApplication::handleEventsForBackgroundURLSession(std::function<void()> handler) {
   _backgroundSessionCompletionHandler = std::move(handler);
@@ -344,7 +356,9 @@ std::string CommonApplication::getFileExplorePassword() {
   return store->getFilePassword(FileUtil::documentDirectory() + *path);
 }
 
-bool CommonApplication::isCloudAvailable() const { return isCloudSupportAvailable(); }
+bool CommonApplication::isCloudAvailable() const {
+  return isCloudSupportAvailable();
+}
 
 bool CommonApplication::isCloudSupportAvailable() {
   auto& identity = ApplicationServices::shared().cloudIdentityAvailable;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -90,11 +91,15 @@ void addSyntaxCommands(CLI::App& app, int& exitCode) {
   syntax->require_subcommand(1);
 
   CLI::App* dump = syntax->add_subcommand("dump", "Print the parsed definition of an .stx file");
-  static std::string file;
-  static bool json = false;
-  dump->add_option("FILE", file, "The .stx file")->required();
-  dump->add_flag("--json", json, "Print the definition as JSON");
-  dump->callback([&exitCode] {
+  struct Options {
+    std::string file;
+    bool json = false;
+  };
+  auto opts = std::make_shared<Options>();
+  dump->add_option("FILE", opts->file, "The .stx file")->required();
+  dump->add_flag("--json", opts->json, "Print the definition as JSON");
+  dump->callback([opts, &exitCode] {
+    const std::string& file = opts->file;
     std::error_code ec;
     if (!std::filesystem::is_regular_file(file, ec)) {
       std::cerr << "harbor: cannot read " << file << "\n";
@@ -102,7 +107,7 @@ void addSyntaxCommands(CLI::App& app, int& exitCode) {
       return;
     }
     StxParser parser(file);
-    if (json) {
+    if (opts->json) {
       std::cout << dumpJson(parser).dump(2) << "\n";
     } else {
       dumpText(parser, std::cout);

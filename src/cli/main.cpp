@@ -5,10 +5,12 @@
 #include "platform/Directories.h"
 
 int main(int argc, char** argv) {
-  CLI::App app{"Harbor: a source-code and web-page editor with a file manager around it.", "harbor"};
+  CLI::App app{"Harbor: a source-code and web-page editor with a file manager around it.",
+               "harbor"};
   app.set_version_flag("--version", std::string("harbor ") + HARBOR_VERSION);
   std::string root;
-  app.add_option("--root", root, "Document root (default: $HARBOR_ROOT, else ~/.local/share/harbor/Documents)")
+  app.add_option("--root", root,
+                 "Document root (default: $HARBOR_ROOT, else ~/.local/share/harbor/Documents)")
       ->type_name("DIR");
   app.footer("Exit codes: 0 success, 1 failure, 2 bad usage.");
 

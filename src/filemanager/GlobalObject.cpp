@@ -9,11 +9,11 @@ GlobalObject& GlobalObject::staticInstance() {
 
 const GlobalObject::ExtensionSet& GlobalObject::getSupportMediaTypes() {
   static const ExtensionSet set = {
-      "aa",   "a52",  "ac3",  "aif",  "aifc", "aiff", "au",   "snd",  "cda",    "cue",  "dis",
-      "diswav", "fla", "flac", "mid",  "midi", "rmi",  "ape",  "mac",  "mp1",  "mp2",  "mp3",
-      "mpa",  "m4a",  "mpc",  "ra",   "tak",  "tta",  "ogg",  "wav",  "wma",  "m3u",  "ttbl",
-      "ttpl", "wmv",  "asf",  "asx",  "rm",   "rmvb", "mpg",  "mpeg", "mpe",  "3gp",  "mov",
-      "mp4",  "m4v",  "avi",  "dat",  "mkv",  "flv",  "vob"};
+      "aa",     "a52", "ac3",  "aif", "aifc", "aiff", "au",  "snd",  "cda", "cue", "dis",
+      "diswav", "fla", "flac", "mid", "midi", "rmi",  "ape", "mac",  "mp1", "mp2", "mp3",
+      "mpa",    "m4a", "mpc",  "ra",  "tak",  "tta",  "ogg", "wav",  "wma", "m3u", "ttbl",
+      "ttpl",   "wmv", "asf",  "asx", "rm",   "rmvb", "mpg", "mpeg", "mpe", "3gp", "mov",
+      "mp4",    "m4v", "avi",  "dat", "mkv",  "flv",  "vob"};
   return set;
 }
 
@@ -28,7 +28,7 @@ const GlobalObject::ExtensionSet& GlobalObject::getSupportImageTypes() {
 }
 
 const GlobalObject::ExtensionSet& GlobalObject::getSupportDocTypes() {
-  static const ExtensionSet set = {"pdf", "txt",  "doc",  "ppt", "xls", "docx",
+  static const ExtensionSet set = {"pdf",  "txt",  "doc", "ppt", "xls", "docx",
                                    "xlsx", "pptx", "rtf", "pub", "csv"};
   return set;
 }

@@ -58,9 +58,13 @@ fs::path Directories::applicationSupportDirectory() {
   return made(homeDirectory() / "Library" / "Application Support");
 }
 
-fs::path Directories::cachesDirectory() { return made(homeDirectory() / "Library" / "Caches"); }
+fs::path Directories::cachesDirectory() {
+  return made(homeDirectory() / "Library" / "Caches");
+}
 
-fs::path Directories::temporaryDirectory() { return made(homeDirectory() / "tmp"); }
+fs::path Directories::temporaryDirectory() {
+  return made(homeDirectory() / "tmp");
+}
 
 fs::path Directories::configDirectory() {
   fs::path config = envPath("XDG_CONFIG_HOME");

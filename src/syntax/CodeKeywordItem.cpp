@@ -13,7 +13,8 @@ namespace {
 size_t findNextSectionHeader(std::u16string_view text, size_t from) {
   static constexpr std::u16string_view header = u"#keyword=";
   if (text.size() < header.size()) return std::u16string_view::npos;
-  for (size_t i = text.find(u'#', from); i != std::u16string_view::npos && i + header.size() <= text.size();
+  for (size_t i = text.find(u'#', from);
+       i != std::u16string_view::npos && i + header.size() <= text.size();
        i = text.find(u'#', i + 1)) {
     size_t k = 1;
     for (; k < header.size(); ++k) {
@@ -42,7 +43,9 @@ std::shared_ptr<CodeKeywordItem> CodeKeywordItem::instanceWithTitle(std::u16stri
   return std::make_shared<CodeKeywordItem>(std::move(title));
 }
 
-CodeKeywordItem::CodeKeywordItem(std::u16string t) : title(std::move(t)) { settingKeywordType(); }
+CodeKeywordItem::CodeKeywordItem(std::u16string t) : title(std::move(t)) {
+  settingKeywordType();
+}
 
 size_t CodeKeywordItem::parserText(std::u16string_view text, size_t startIndex) {
   if (startIndex >= text.size()) return text.size();
@@ -59,8 +62,7 @@ size_t CodeKeywordItem::parserText(std::u16string_view text, size_t startIndex) 
   while (m->find(status) && U_SUCCESS(status)) {
     int32_t s = m->start(1, status), e = m->end(1, status);
     if (U_FAILURE(status) || s < 0) break;
-    std::u16string line =
-        trim(std::u16string_view(body.data() + s, static_cast<size_t>(e - s)));
+    std::u16string line = trim(std::u16string_view(body.data() + s, static_cast<size_t>(e - s)));
     if (line.empty()) continue;
     switch (line.front()) {
       case u'#':
@@ -73,7 +75,8 @@ size_t CodeKeywordItem::parserText(std::u16string_view text, size_t startIndex) 
         break;
       case u';': {
         size_t k = line.find_first_not_of(u';');
-        comment = trim(k == std::u16string::npos ? std::u16string_view() : std::u16string_view(line).substr(k));
+        comment = trim(k == std::u16string::npos ? std::u16string_view()
+                                                 : std::u16string_view(line).substr(k));
         break;
       }
       default:

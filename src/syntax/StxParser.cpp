@@ -61,9 +61,13 @@ std::shared_ptr<StxParser> StxParser::instanceWithStxFile(const std::filesystem:
   return std::make_shared<StxParser>(file);
 }
 
-StxParser::StxParser(const std::filesystem::path& file) { parserURL(file); }
+StxParser::StxParser(const std::filesystem::path& file) {
+  parserURL(file);
+}
 
-void StxParser::reset() { *this = StxParser(); }
+void StxParser::reset() {
+  *this = StxParser();
+}
 
 void StxParser::parserURL(const std::filesystem::path& file) {
   reset();

@@ -36,7 +36,9 @@ void TempHome::TearDown() {
   fs::remove_all(home_, ec);
 }
 
-fs::path TempHome::root() const { return Directories::documentDirectory(); }
+fs::path TempHome::root() const {
+  return Directories::documentDirectory();
+}
 
 ScratchDir::ScratchDir() : path_(makeTempDir()) {}
 ScratchDir::~ScratchDir() {
@@ -57,6 +59,8 @@ std::string readFile(const fs::path& p) {
   return s.str();
 }
 
-fs::path testData(const std::string& relative) { return fs::path(HARBOR_TEST_DATA) / relative; }
+fs::path testData(const std::string& relative) {
+  return fs::path(HARBOR_TEST_DATA) / relative;
+}
 
 }  // namespace harbor::test

@@ -59,8 +59,12 @@ bool AppUserDefaultUtils::getCommonBoolean(std::string_view key, bool defaultVal
   return UserDefaults::standard().boolForKey(key, defaultValue);
 }
 
-bool AppUserDefaultUtils::getNightMode() { return getCommonBoolean(keys::SYSTEM_NIGHT_MODE, false); }
-void AppUserDefaultUtils::saveNightMode(bool on) { saveCommonBoolean(on, keys::SYSTEM_NIGHT_MODE); }
+bool AppUserDefaultUtils::getNightMode() {
+  return getCommonBoolean(keys::SYSTEM_NIGHT_MODE, false);
+}
+void AppUserDefaultUtils::saveNightMode(bool on) {
+  saveCommonBoolean(on, keys::SYSTEM_NIGHT_MODE);
+}
 
 Clock::time_point AppUserDefaultUtils::getStartTime() {
   return dateOr(keys::SYSTEM_START_TIME, todayAt(22, 0));
@@ -78,10 +82,16 @@ void AppUserDefaultUtils::saveEndTime(Clock::time_point t) {
   UserDefaults::standard().setObject(keys::SYSTEM_END_TIME, t);
 }
 
-std::string AppUserDefaultUtils::getStartTimeString() { return hhmm(getStartTime()); }
-std::string AppUserDefaultUtils::getEndTimeString() { return hhmm(getEndTime()); }
+std::string AppUserDefaultUtils::getStartTimeString() {
+  return hhmm(getStartTime());
+}
+std::string AppUserDefaultUtils::getEndTimeString() {
+  return hhmm(getEndTime());
+}
 
-bool AppUserDefaultUtils::isNightModeTime() { return isNightModeTime(Clock::now()); }
+bool AppUserDefaultUtils::isNightModeTime() {
+  return isNightModeTime(Clock::now());
+}
 
 bool AppUserDefaultUtils::isNightModeTime(Clock::time_point now) {
   if (!getNightMode()) return false;
@@ -129,7 +139,11 @@ void ImageSettings::saveImportFormat(std::string_view format) {
   UserDefaults::standard().setObject(keys::SystemSettingsImageImportFormat, format);
 }
 
-bool ImageSettings::isJpg() { return equalsIgnoreCase(getImportFormat(), "jpg"); }
-bool ImageSettings::isPng() { return equalsIgnoreCase(getImportFormat(), "png"); }
+bool ImageSettings::isJpg() {
+  return equalsIgnoreCase(getImportFormat(), "jpg");
+}
+bool ImageSettings::isPng() {
+  return equalsIgnoreCase(getImportFormat(), "png");
+}
 
 }  // namespace harbor

@@ -41,7 +41,9 @@ std::map<std::string, std::string> invert(const EditorUserDefaults::Settings& se
   return out;
 }
 
-Error storeError(std::string text) { return Error{std::move(text), -1, {}}; }
+Error storeError(std::string text) {
+  return Error{std::move(text), -1, {}};
+}
 
 bool save(const char* key, std::string_view value, std::string_view file, Error* error,
           std::string_view oldFile) {

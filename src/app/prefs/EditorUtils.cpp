@@ -29,8 +29,12 @@ bool removeIn(const fs::path& folder, std::string_view name) {
 
 }  // namespace
 
-fs::path EditorUtils::defulatEditorDirectory() { return editorFolder("SyntaxFile"); }
-fs::path EditorUtils::defulatEditorOnlyFileDirectory() { return editorFolder("SyntaxFileOnly"); }
+fs::path EditorUtils::defulatEditorDirectory() {
+  return editorFolder("SyntaxFile");
+}
+fs::path EditorUtils::defulatEditorOnlyFileDirectory() {
+  return editorFolder("SyntaxFileOnly");
+}
 
 fs::path EditorUtils::fullNameForSyntaxExtension(std::string_view fileName) {
   return defulatEditorDirectory() / fs::path(fileName).filename();

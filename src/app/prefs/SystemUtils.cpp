@@ -18,6 +18,8 @@ void SystemUtils::systemLogin() {
                                      static_cast<long long>(getLoginTimes() + 1));
 }
 
-bool SystemUtils::isFirstLogin() { return getLoginTimes() == 0; }
+bool SystemUtils::isFirstLogin() {
+  return getLoginTimes() == 0;
+}
 
 }  // namespace harbor
