@@ -32,10 +32,11 @@ bool writeStore(const char* key, const EditorUserDefaults::Settings& settings) {
 }
 
 std::map<std::string, std::string> invert(const EditorUserDefaults::Settings& settings,
-                                          std::string_view except = {}) {
+                                          std::string_view except = {},
+                                          std::string_view except2 = {}) {
   std::map<std::string, std::string> out;
   for (const auto& [file, value] : settings) {
-    if (!except.empty() && file == except) continue;
+    if ((!except.empty() && file == except) || (!except2.empty() && file == except2)) continue;
     for (auto& entry : EditorUserDefaults::getExtensionsWithExtString(value)) out[entry] = file;
   }
   return out;
@@ -53,7 +54,8 @@ bool save(const char* key, std::string_view value, std::string_view file, Error*
     return false;
   }
   EditorUserDefaults::Settings settings = readStore(key);
-  const auto assigned = invert(settings, file);
+  // The entry being renamed away is no other file: its values move along.
+  const auto assigned = invert(settings, file, oldFile);
   for (const auto& entry : entries) {
     if (assigned.count(entry)) {
       std::string text = localizedString("FileItemExists");

@@ -1,0 +1,120 @@
+// The `harbor` command as scripts use it: exit codes, JSON shapes, files.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "platform/Resources.h"
+#include "support/TestSupport.h"
+
+namespace harbor {
+namespace {
+namespace fs = std::filesystem;
+
+struct Result {
+  int code;
+  std::string out;
+};
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+Result harbor(const std::vector<std::string>& args) {
+  std::string cmd = quote(std::string(HARBOR_BINARY_DIR) + "/harbor");
+  for (const auto& a : args) cmd += " " + quote(a);
+  cmd += " 2>/dev/null";
+  FILE* pipe = popen(cmd.c_str(), "r");
+  if (!pipe) return {-1, {}};
+  std::string out;
+  std::array<char, 4096> buf;
+  size_t n;
+  while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) out.append(buf.data(), n);
+  int status = pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+class Cli : public test::TempHome {};
+
+TEST_F(Cli, HelpVersionAndUsageErrors) {
+  EXPECT_EQ(harbor({"--help"}).code, 0);
+  Result v = harbor({"--version"});
+  EXPECT_EQ(v.code, 0);
+  EXPECT_NE(v.out.find("harbor "), std::string::npos);
+  EXPECT_EQ(harbor({"no-such-command"}).code, 2);
+  EXPECT_EQ(harbor({"syntax"}).code, 2);
+  EXPECT_EQ(harbor({"syntax", "dump"}).code, 2);
+  EXPECT_EQ(harbor({"syntax", "dump", "/no/such/file.stx"}).code, 1);
+}
+
+TEST_F(Cli, MainJobListsTheRoot) {
+  test::ScratchDir dir;
+  test::writeFile(dir / "hello.txt", "hi");
+  fs::create_directories(dir / "sub");
+  Result r = harbor({"--root", dir.path().string()});
+  EXPECT_EQ(r.code, 0);
+  EXPECT_NE(r.out.find(dir.path().string()), std::string::npos);
+  EXPECT_NE(r.out.find("hello.txt"), std::string::npos);
+  EXPECT_NE(r.out.find("sub/"), std::string::npos);
+  EXPECT_NE(r.out.find("html5"), std::string::npos);
+}
+
+TEST_F(Cli, SyntaxDumpOfEveryShippedFile) {
+  int files = 0;
+  for (const auto& e : fs::directory_iterator(resourceDirectory() / "syntax")) {
+    if (e.path().extension() != ".stx") continue;
+    ++files;
+    SCOPED_TRACE(e.path().filename().string());
+    Result r = harbor({"syntax", "dump", "--json", e.path().string()});
+    ASSERT_EQ(r.code, 0);
+    auto j = nlohmann::json::parse(r.out, nullptr, false);
+    ASSERT_TRUE(j.is_object());
+    for (const char* key :
+         {"formatInfo", "continueQuote", "caseSensive", "isHtmlEmbeded", "quotetion1", "quotetion2",
+          "escape", "lineComment", "lineComment2", "commentOn", "commentOff", "commentOn2",
+          "commentOff2", "delimiter", "scriptBegin", "scriptEnd", "keywordItems", "allKeywords"}) {
+      EXPECT_TRUE(j.contains(key)) << key;
+    }
+    ASSERT_FALSE(j["keywordItems"].empty());
+    for (const auto& item : j["keywordItems"]) {
+      for (const char* key : {"keywordType", "title", "comment", "indexTag", "keywords"}) {
+        EXPECT_TRUE(item.contains(key)) << key;
+      }
+      EXPECT_FALSE(item["keywords"].empty());
+    }
+    EXPECT_TRUE(j["quotetion1"].is_number());
+    // Every language here has comments of some form.
+    EXPECT_FALSE(j["lineComment"].get<std::string>().empty() &&
+                 j["commentOn"].get<std::string>().empty());
+    EXPECT_FALSE(j["allKeywords"].empty());
+  }
+  EXPECT_GE(files, 38);
+}
+
+TEST_F(Cli, ImportedNamesNeverCollide) {
+  test::ScratchDir src;
+  test::writeFile(src / "a" / "notes.txt", "1");
+  test::writeFile(src / "b" / "notes.txt", "2");
+  test::writeFile(src / "a" / "report.tar.gz", "x");
+  test::writeFile(src / "b" / "report.tar.gz", "y");
+  Result r = harbor({"import", (src / "a/notes.txt").string(), (src / "b/notes.txt").string(),
+                  (src / "a/report.tar.gz").string(), (src / "b/report.tar.gz").string()});
+  ASSERT_EQ(r.code, 0);
+  const fs::path imported = root() / "Imported";
+  EXPECT_EQ(test::readFile(imported / "notes.txt"), "1");
+  EXPECT_EQ(test::readFile(imported / "notes 2.txt"), "2");
+  EXPECT_EQ(test::readFile(imported / "report 2.tar.gz"), "y");
+  EXPECT_NE(r.out.find("notes 2.txt"), std::string::npos);
+  EXPECT_TRUE(fs::is_empty(root() / "Inbox"));
+
+  EXPECT_EQ(harbor({"import", (src / "missing").string()}).code, 1);
+  EXPECT_EQ(harbor({"import"}).code, 2);
+}
+
+}  // namespace
+}  // namespace harbor
