@@ -1,16 +1,18 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing Harbor need.
+# Installs the Debian packages that building, testing and benchmarking Harbor need.
 # Safe to run again: only missing packages are installed.
 set -euo pipefail
 
-packages=(
-  # toolchain
-  g++ cmake ninja-build pkg-config git
-  # libraries
-  libicu-dev nlohmann-json3-dev libfmt-dev libcli11-dev
-  # tests and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev
-)
+# Each subsystem lists its packages in scripts/packages/*.txt, one a line.
+here=$(cd "$(dirname "$0")" && pwd)
+packages=()
+for list in "$here"/packages/*.txt; do
+  while read -r line; do
+    line=${line%%#*}
+    line=$(echo "$line" | xargs)
+    [ -n "$line" ] && packages+=("$line")
+  done < "$list"
+done
 
 missing=()
 for p in "${packages[@]}"; do

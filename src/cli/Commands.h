@@ -1,13 +1,22 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <functional>
+#include <vector>
 
 namespace harbor::cli {
 
-// Each family of subcommands registers itself on the app; the callback it
-// installs sets the process exit code through `exitCode`.
-void addSyntaxCommands(CLI::App& app, int& exitCode);
-void addImportCommand(CLI::App& app, int& exitCode);
+// A family of subcommands adds itself to the app; the callbacks it installs
+// set the process exit code through `exitCode`. Each command file registers
+// its family with a static CommandRegistrar, so adding a command touches no
+// other file. `order` places it in --help.
+using CommandInstaller = void (*)(CLI::App& app, int& exitCode);
+
+struct CommandRegistrar {
+  CommandRegistrar(int order, CommandInstaller install);
+};
+
+void installCommands(CLI::App& app, int& exitCode);
 
 // `harbor` with no subcommand.
 int runMainJob();

@@ -64,6 +64,7 @@ int runImport(const ImportOptions& opts) {
 
 }  // namespace
 
+namespace {
 void addImportCommand(CLI::App& app, int& exitCode) {
   auto opts = std::make_shared<ImportOptions>();
   CLI::App* cmd = app.add_subcommand(
@@ -73,5 +74,9 @@ void addImportCommand(CLI::App& app, int& exitCode) {
                 "Hand over the original instead of a copy placed in Inbox");
   cmd->callback([opts, &exitCode] { exitCode = runImport(*opts); });
 }
+
+}  // namespace
+
+const CommandRegistrar importCommand(90, addImportCommand);
 
 }  // namespace harbor::cli

@@ -86,6 +86,7 @@ void dumpText(const StxParser& p, std::ostream& out) {
 
 }  // namespace
 
+namespace {
 void addSyntaxCommands(CLI::App& app, int& exitCode) {
   CLI::App* syntax = app.add_subcommand("syntax", "Syntax definition (.stx) files");
   syntax->require_subcommand(1);
@@ -114,5 +115,9 @@ void addSyntaxCommands(CLI::App& app, int& exitCode) {
     }
   });
 }
+
+}  // namespace
+
+const CommandRegistrar syntaxCommands(20, addSyntaxCommands);
 
 }  // namespace harbor::cli

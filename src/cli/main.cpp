@@ -15,8 +15,7 @@ int main(int argc, char** argv) {
   app.footer("Exit codes: 0 success, 1 failure, 2 bad usage.");
 
   int exitCode = 0;
-  harbor::cli::addSyntaxCommands(app, exitCode);
-  harbor::cli::addImportCommand(app, exitCode);
+  harbor::cli::installCommands(app, exitCode);
   app.parse_complete_callback([&] {
     if (!root.empty()) harbor::Directories::setDocumentRootOverride(root);
   });
