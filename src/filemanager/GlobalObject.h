@@ -1,21 +1,21 @@
 #pragma once
 
-#include <set>
-#include <string>
+#include "filemanager/USupportFile.h"
 
 namespace harbor {
 
-// Extension sets the list model sorts by type with, each built once.
+// The extension maps the list model sorts by type with, each built once.
+// Documents and media are the catalogue's own sets; images are the
+// catalogue's set without "heic", which therefore sorts under "#".
 class GlobalObject {
  public:
-  using ExtensionSet = std::set<std::string, std::less<>>;
+  using ExtensionSet = ExtensionMap;
 
   static GlobalObject& staticInstance();
-  static const ExtensionSet& getSupportMediaTypes();
-  static const ExtensionSet& getSupportPlayMediaTypes();
-  // Narrower than the catalogue's image set: no "heic".
-  static const ExtensionSet& getSupportImageTypes();
-  static const ExtensionSet& getSupportDocTypes();
+  static const ExtensionMap& getSupportMediaTypes();
+  static const ExtensionMap& getSupportPlayMediaTypes();
+  static const ExtensionMap& getSupportImageTypes();
+  static const ExtensionMap& getSupportDocTypes();
 };
 
 }  // namespace harbor

@@ -1,0 +1,159 @@
+#include "platform/TextStorage.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace harbor {
+
+TextRange TextRange::unionRange(const TextRange& a, const TextRange& b) {
+  std::size_t start = std::min(a.location, b.location);
+  return TextRange{start, std::max(a.end(), b.end()) - start};
+}
+
+std::string toString(const TextRange& r) {
+  return "{" + std::to_string(r.location) + ", " + std::to_string(r.length) + "}";
+}
+
+std::string Color::hex() const {
+  char buf[8];
+  std::snprintf(buf, sizeof buf, "#%02X%02X%02X", red, green, blue);
+  return buf;
+}
+
+TextStorage::TextStorage(std::u16string text)
+    : text_(std::make_shared<const std::u16string>(std::move(text))) {}
+
+TextStorage::Runs::iterator TextStorage::splitAt(std::size_t offset) {
+  if (offset >= length()) return runs_.end();
+  auto it = runs_.upper_bound(offset);
+  --it;  // the run holding offset; runs_ always has a run at 0
+  if (it->first == offset) return it;
+  return runs_.emplace_hint(std::next(it), offset, it->second);
+}
+
+void TextStorage::coalesceAround(std::size_t from, std::size_t to) {
+  auto it = runs_.lower_bound(from);
+  if (it != runs_.begin()) --it;
+  while (it != runs_.end()) {
+    auto next = std::next(it);
+    if (next == runs_.end() || next->first > to) break;
+    if (next->second == it->second) {
+      runs_.erase(next);
+    } else {
+      it = next;
+    }
+  }
+}
+
+template <class F>
+void TextStorage::modify(TextRange range, F&& change) {
+  const std::size_t end = std::min(range.end(), length());
+  if (range.location >= end) return;
+  ++writes_;
+  auto first = splitAt(range.location);
+  splitAt(end);
+  for (auto it = first; it != runs_.end() && it->first < end; ++it) change(it->second);
+  coalesceAround(range.location, end);
+}
+
+void TextStorage::setAttributes(const TextAttributes& attributes, TextRange range) {
+  modify(range, [&](TextAttributes& a) { a = attributes; });
+}
+
+void TextStorage::addFont(const Font& font, TextRange range) {
+  modify(range, [&](TextAttributes& a) { a.font = font; });
+}
+
+void TextStorage::addForegroundColor(const Color& color, TextRange range) {
+  modify(range, [&](TextAttributes& a) { a.foregroundColor = color; });
+}
+
+void TextStorage::removeForegroundColor(TextRange range) {
+  modify(range, [](TextAttributes& a) { a.foregroundColor.reset(); });
+}
+
+TextAttributes TextStorage::attributesAt(std::size_t offset) const {
+  if (offset >= length()) return {};
+  auto it = runs_.upper_bound(offset);
+  return std::prev(it)->second;
+}
+
+template <class Value, class Get, class Block>
+void TextStorage::enumerate(TextRange range, bool reverse, Get get, const Block& block) const {
+  const std::size_t end = std::min(range.end(), length());
+  if (range.location >= end) return;
+  // Maximal runs of equal value within the range, in text order.
+  std::vector<std::pair<std::optional<Value>, TextRange>> groups;
+  auto it = std::prev(runs_.upper_bound(range.location));
+  for (; it != runs_.end() && it->first < end; ++it) {
+    auto next = std::next(it);
+    std::size_t s = std::max(it->first, range.location);
+    std::size_t e = std::min(next == runs_.end() ? length() : next->first, end);
+    const std::optional<Value>& v = get(it->second);
+    if (!groups.empty() && groups.back().first == v && groups.back().second.end() == s) {
+      groups.back().second.length += e - s;
+    } else {
+      groups.push_back({v, TextRange{s, e - s}});
+    }
+  }
+  bool stop = false;
+  if (reverse) {
+    for (auto g = groups.rbegin(); g != groups.rend() && !stop; ++g)
+      block(g->first, g->second, stop);
+  } else {
+    for (auto g = groups.begin(); g != groups.end() && !stop; ++g) block(g->first, g->second, stop);
+  }
+}
+
+void TextStorage::enumerateForegroundColor(TextRange range, bool reverse,
+                                           const ColorBlock& block) const {
+  enumerate<Color>(
+      range, reverse,
+      [](const TextAttributes& a) -> const std::optional<Color>& { return a.foregroundColor; },
+      block);
+}
+
+void TextStorage::enumerateFont(TextRange range, bool reverse, const FontBlock& block) const {
+  enumerate<Font>(
+      range, reverse, [](const TextAttributes& a) -> const std::optional<Font>& { return a.font; },
+      block);
+}
+
+void TextStorage::replaceCharacters(TextRange range, std::u16string_view replacement) {
+  const std::size_t oldLength = length();
+  const std::size_t loc = std::min(range.location, oldLength);
+  const std::size_t end = std::min(range.end(), oldLength);
+  const std::size_t newEnd = loc + replacement.size();
+
+  std::u16string text = *text_;
+  text.replace(loc, end - loc, replacement);
+
+  // Inserted text continues the run before it; what followed keeps its own.
+  std::optional<TextAttributes> after;
+  if (end < oldLength) after = attributesAt(end);
+  TextAttributes before = loc > 0 ? attributesAt(loc - 1) : after.value_or(TextAttributes{});
+  Runs runs;
+  for (const auto& [start, attrs] : runs_) {
+    if (start < loc) {
+      runs.emplace(start, attrs);
+    } else if (start > end) {
+      runs.emplace(start - (end - loc) + replacement.size(), attrs);
+    }
+  }
+  if (loc == 0) runs[0] = before;
+  if (after) runs.emplace(newEnd, *after);
+  // Drop starts beyond the new end.
+  for (auto it = runs.upper_bound(0); it != runs.end();) {
+    it = it->first >= text.size() ? runs.erase(it) : std::next(it);
+  }
+  runs_ = std::move(runs);
+  text_ = std::make_shared<const std::u16string>(std::move(text));
+  coalesceAround(0 < loc ? loc - 1 : 0, newEnd + 1);
+  if (observer_) {
+    observer_(TextRange{loc, replacement.size()}, static_cast<std::ptrdiff_t>(replacement.size()) -
+                                                      static_cast<std::ptrdiff_t>(end - loc));
+  }
+}
+
+}  // namespace harbor

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace harbor {
+
+// A location and a length in UTF-16 units.
+struct TextRange {
+  std::size_t location = 0;
+  std::size_t length = 0;
+
+  std::size_t end() const { return location + length; }
+  bool contains(std::size_t offset) const { return offset >= location && offset < end(); }
+  bool operator==(const TextRange&) const = default;
+  auto operator<=>(const TextRange&) const = default;
+  static TextRange unionRange(const TextRange& a, const TextRange& b);
+};
+
+// "{location, length}", the printed form of a range.
+std::string toString(const TextRange& r);
+
+struct Color {
+  std::uint8_t red = 0, green = 0, blue = 0;
+  static Color rgb(std::uint8_t r, std::uint8_t g, std::uint8_t b) { return Color{r, g, b}; }
+  std::string hex() const;  // "#RRGGBB"
+  bool operator==(const Color&) const = default;
+};
+
+struct Font {
+  std::string name;
+  double size = 16;
+  bool operator==(const Font&) const = default;
+};
+
+// The attributes of a run: a font and a foreground colour, either absent.
+struct TextAttributes {
+  std::optional<Font> font;
+  std::optional<Color> foregroundColor;
+  bool operator==(const TextAttributes&) const = default;
+};
+
+// Styled text: a UTF-16 string with runs of attributes. Adjacent runs with
+// equal attributes are one run, so enumeration reports maximal runs. Every
+// attribute write is counted, so callers can see that unchanged runs cost
+// nothing.
+class TextStorage {
+ public:
+  enum class Attribute { Font, ForegroundColor };
+
+  TextStorage() = default;
+  explicit TextStorage(std::u16string text);
+
+  const std::u16string& string() const { return *text_; }
+  // The text as a shared, immutable snapshot: cheap to keep while scanning.
+  std::shared_ptr<const std::u16string> stringSnapshot() const { return text_; }
+  std::size_t length() const { return text_->size(); }
+
+  // Calls `block(value, range, stop)` for each run of `attribute` within
+  // `range` (clipped to the text); a run without the attribute has no value.
+  using ColorBlock = std::function<void(const std::optional<Color>&, TextRange, bool& stop)>;
+  using FontBlock = std::function<void(const std::optional<Font>&, TextRange, bool& stop)>;
+  void enumerateForegroundColor(TextRange range, bool reverse, const ColorBlock& block) const;
+  void enumerateFont(TextRange range, bool reverse, const FontBlock& block) const;
+
+  // Replaces every attribute of the range.
+  void setAttributes(const TextAttributes& attributes, TextRange range);
+  void addFont(const Font& font, TextRange range);
+  void addForegroundColor(const Color& color, TextRange range);
+  void removeForegroundColor(TextRange range);
+  TextAttributes attributesAt(std::size_t offset) const;
+
+  // Replaces characters; inserted text takes the attributes of the text
+  // before it. Observers hear of every edit.
+  void replaceCharacters(TextRange range, std::u16string_view replacement);
+  using EditObserver = std::function<void(TextRange editedRange, std::ptrdiff_t changeInLength)>;
+  void setEditObserver(EditObserver observer) { observer_ = std::move(observer); }
+
+  std::uint64_t attributeWriteCount() const { return writes_; }
+  std::size_t runCount() const { return runs_.size(); }
+
+ private:
+  // Run starts to attributes; the first run starts at 0 and each runs to the
+  // next start (the last to the end of the text).
+  using Runs = std::map<std::size_t, TextAttributes>;
+
+  Runs::iterator splitAt(std::size_t offset);
+  void coalesceAround(std::size_t from, std::size_t to);
+  template <class F>
+  void modify(TextRange range, F&& change);
+  template <class Value, class Get, class Block>
+  void enumerate(TextRange range, bool reverse, Get get, const Block& block) const;
+
+  std::shared_ptr<const std::u16string> text_ = std::make_shared<const std::u16string>();
+  Runs runs_{{0, TextAttributes{}}};
+  std::uint64_t writes_ = 0;
+  EditObserver observer_;
+};
+
+}  // namespace harbor

@@ -1,0 +1,8 @@
+#include "syntax/CodeFactory.h"
+
+namespace harbor {
+
+// The page family registers here.
+void registerHtmlParsers() {}
+
+}  // namespace harbor
