@@ -3,7 +3,7 @@
 # Each prints its figures beside the peer tool's and the ratio.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh --bench
 scripts/build.sh
 build=${HARBOR_BUILD_DIR:-build}
 for b in "$build"/bench/*; do

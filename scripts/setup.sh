@@ -4,9 +4,14 @@
 set -euo pipefail
 
 # Each subsystem lists its packages in scripts/packages/*.txt, one a line.
+# Lists named bench-*.txt hold the peer tools the benchmarks compare with;
+# they are installed only with --bench.
 here=$(cd "$(dirname "$0")" && pwd)
+bench=0
+[ "${1:-}" = "--bench" ] && bench=1
 packages=()
 for list in "$here"/packages/*.txt; do
+  case "$(basename "$list")" in bench-*) [ $bench -eq 1 ] || continue ;; esac
   while read -r line; do
     line=${line%%#*}
     line=$(echo "$line" | xargs)

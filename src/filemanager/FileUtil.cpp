@@ -65,7 +65,7 @@ std::vector<std::string_view> components(std::string_view path) {
 }
 
 // "file:///a%20b" -> "/a b"; anything else is taken as a path already.
-std::string pathFromURL(const std::string& url) {
+std::string urlToPath(const std::string& url) {
   constexpr std::string_view scheme = "file://";
   if (url.size() < scheme.size() || !equalsIgnoreCase(url.substr(0, scheme.size()), scheme)) {
     return url;
@@ -642,7 +642,7 @@ bool FileUtil::isDirectoryFileType(const std::string& path) {
 }
 
 bool FileUtil::isDirectoryFileURL(const std::string& url) {
-  return isDirectoryFilePath(pathFromURL(url));
+  return isDirectoryFilePath(urlToPath(url));
 }
 
 bool FileUtil::isReguralFilePath(const std::string& path) {
@@ -651,7 +651,7 @@ bool FileUtil::isReguralFilePath(const std::string& path) {
 }
 
 bool FileUtil::isReguralFileURL(const std::string& url) {
-  return isReguralFilePath(pathFromURL(url));
+  return isReguralFilePath(urlToPath(url));
 }
 
 bool FileUtil::isSybolicLinkPath(const std::string& path, std::string* destination) {
@@ -684,8 +684,12 @@ std::string FileUtil::resolvingAlias(const std::string& path) {
   return {};
 }
 
+std::string FileUtil::pathFromURL(const std::string& url) {
+  return urlToPath(url);
+}
+
 std::string FileUtil::resolvingAliasURL(const std::string& url) {
-  return resolvingAlias(pathFromURL(url));
+  return resolvingAlias(urlToPath(url));
 }
 
 bool FileUtil::createAliasPath(const std::string& path, const std::string& targetPath,

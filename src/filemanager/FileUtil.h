@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,7 @@
 namespace harbor {
 
 class IActionProgress;
+class FileListItem;
 
 // Path, size and naming operations. Paths are full UTF-8 path strings;
 // relative paths are relative to the document root and read "/a/b". Nothing
@@ -96,6 +98,12 @@ class FileUtil {
   static std::vector<std::string> getCurrentFilesAndFoldersFullPath(const std::string& path,
                                                                     bool checkFile);
   static std::size_t getFileCountInDirectory(const std::string& path);
+  // Fills a tree below `root` from its folder, by name, skipping ".DS_Store"
+  // and stopping when the thread is cancelled. Links are leaves, so a loop
+  // of links is never followed. `block` sees each child once it is attached.
+  static void recuriseFileModelList(FileListItem& root);
+  static void recuriseFileModelList(FileListItem& root,
+                                    const std::function<void(FileListItem&)>& block);
   // What CommonUtil::filesInCurrentFolder would list, counted.
   static std::size_t getFilesNumberInFolder(const std::string& folder, bool containsFolder,
                                             const std::vector<std::string>& filters);
@@ -157,6 +165,8 @@ class FileUtil {
   // answers itself; a loop answers empty.
   static std::string resolvingAlias(const std::string& path);
   static std::string resolvingAliasURL(const std::string& url);
+  // "file:///a%20b" gives "/a b"; anything else is taken as a path already.
+  static std::string pathFromURL(const std::string& url);
   // Makes `path` a symbolic link to `targetPath`.
   static bool createAliasPath(const std::string& path, const std::string& targetPath,
                               Error* error = nullptr);

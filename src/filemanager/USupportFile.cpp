@@ -57,12 +57,12 @@ const ExtensionMap& USupportFile::docTypesExtension() {
 }
 
 const ExtensionMap& USupportFile::mediaTypesExtension() {
-  static const ExtensionMap set = setOf(
-      {"aa",  "a52", "ac3",  "aif",  "aifc", "aiff", "au",  "snd",  "cda",    "cue", "dis",
-       "diswav", "fla", "flac", "mid", "midi", "rmi", "ape", "mac", "mp1", "mp2", "mp3",
-       "mpa", "m4a", "mpc",  "ra",   "tak",  "tta",  "ogg", "wav",  "wma",    "m3u", "ttbl",
-       "ttpl", "wmv", "asf", "asx", "rm",  "rmvb", "mpg", "mpeg", "mpe", "3gp", "mov",
-       "mp4", "m4v", "avi",  "dat",  "mkv",  "flv",  "vob"});
+  static const ExtensionMap set =
+      setOf({"aa",     "a52", "ac3",  "aif", "aifc", "aiff", "au",  "snd",  "cda", "cue", "dis",
+             "diswav", "fla", "flac", "mid", "midi", "rmi",  "ape", "mac",  "mp1", "mp2", "mp3",
+             "mpa",    "m4a", "mpc",  "ra",  "tak",  "tta",  "ogg", "wav",  "wma", "m3u", "ttbl",
+             "ttpl",   "wmv", "asf",  "asx", "rm",   "rmvb", "mpg", "mpeg", "mpe", "3gp", "mov",
+             "mp4",    "m4v", "avi",  "dat", "mkv",  "flv",  "vob"});
   return set;
 }
 
@@ -154,8 +154,8 @@ const ExtensionMap& USupportFile::archiveExtension() {
 }
 
 const ExtensionMap& USupportFile::importToPhotoLibExtension() {
-  static const ExtensionMap set = setOf(
-      {"mp4", "mov", "m4v", "3gp", "jpg", "jpeg", "bmp", "gif", "ico", "png", "tiff", "tif", "heic"});
+  static const ExtensionMap set = setOf({"mp4", "mov", "m4v", "3gp", "jpg", "jpeg", "bmp", "gif",
+                                         "ico", "png", "tiff", "tif", "heic"});
   return set;
 }
 

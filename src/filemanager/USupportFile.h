@@ -16,8 +16,7 @@ struct ExtensionHash {
 
 // A lower-case extension to a value. Membership is what counts; the value is
 // empty except in the icon table, where it names the image.
-using ExtensionMap =
-    std::unordered_map<std::string, std::string, ExtensionHash, std::equal_to<>>;
+using ExtensionMap = std::unordered_map<std::string, std::string, ExtensionHash, std::equal_to<>>;
 
 // A file's kind, decided from its extension alone. The path predicates take a
 // path or a name and lower-case its extension; the "...Extension" forms take

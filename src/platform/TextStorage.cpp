@@ -84,40 +84,57 @@ void TextStorage::enumerate(TextRange range, bool reverse, Get get, const Block&
   const std::size_t end = std::min(range.end(), length());
   if (range.location >= end) return;
   // Maximal runs of equal value within the range, in text order.
-  std::vector<std::pair<std::optional<Value>, TextRange>> groups;
+  std::vector<Group<Value>> groups;
   auto it = std::prev(runs_.upper_bound(range.location));
   for (; it != runs_.end() && it->first < end; ++it) {
     auto next = std::next(it);
     std::size_t s = std::max(it->first, range.location);
     std::size_t e = std::min(next == runs_.end() ? length() : next->first, end);
     const std::optional<Value>& v = get(it->second);
-    if (!groups.empty() && groups.back().first == v && groups.back().second.end() == s) {
-      groups.back().second.length += e - s;
+    if (!groups.empty() && groups.back().value == v && groups.back().range.end() == s) {
+      groups.back().range.length += e - s;
+      groups.back().uniform = nullptr;  // runs are coalesced, so a second one differs
     } else {
-      groups.push_back({v, TextRange{s, e - s}});
+      groups.push_back({v, TextRange{s, e - s}, &it->second});
     }
   }
   bool stop = false;
   if (reverse) {
-    for (auto g = groups.rbegin(); g != groups.rend() && !stop; ++g)
-      block(g->first, g->second, stop);
+    for (auto g = groups.rbegin(); g != groups.rend() && !stop; ++g) {
+      block(g->value, g->range, g->uniform, stop);
+    }
   } else {
-    for (auto g = groups.begin(); g != groups.end() && !stop; ++g) block(g->first, g->second, stop);
+    for (auto g = groups.begin(); g != groups.end() && !stop; ++g) {
+      block(g->value, g->range, g->uniform, stop);
+    }
   }
 }
 
+namespace {
+const std::optional<Color>& colorOf(const TextAttributes& a) {
+  return a.foregroundColor;
+}
+const std::optional<Font>& fontOf(const TextAttributes& a) {
+  return a.font;
+}
+}  // namespace
+
 void TextStorage::enumerateForegroundColor(TextRange range, bool reverse,
                                            const ColorBlock& block) const {
-  enumerate<Color>(
-      range, reverse,
-      [](const TextAttributes& a) -> const std::optional<Color>& { return a.foregroundColor; },
-      block);
+  enumerate<Color>(range, reverse, colorOf,
+                   [&](const std::optional<Color>& c, TextRange r, const TextAttributes*,
+                       bool& stop) { block(c, r, stop); });
+}
+
+void TextStorage::enumerateForegroundColorRuns(TextRange range, bool reverse,
+                                               const ColorRunBlock& block) const {
+  enumerate<Color>(range, reverse, colorOf, block);
 }
 
 void TextStorage::enumerateFont(TextRange range, bool reverse, const FontBlock& block) const {
-  enumerate<Font>(
-      range, reverse, [](const TextAttributes& a) -> const std::optional<Font>& { return a.font; },
-      block);
+  enumerate<Font>(range, reverse, fontOf,
+                  [&](const std::optional<Font>& f, TextRange r, const TextAttributes*,
+                      bool& stop) { block(f, r, stop); });
 }
 
 void TextStorage::replaceCharacters(TextRange range, std::u16string_view replacement) {

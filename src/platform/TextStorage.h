@@ -68,6 +68,12 @@ class TextStorage {
   using FontBlock = std::function<void(const std::optional<Font>&, TextRange, bool& stop)>;
   void enumerateForegroundColor(TextRange range, bool reverse, const ColorBlock& block) const;
   void enumerateFont(TextRange range, bool reverse, const FontBlock& block) const;
+  // Colour runs as above, with the run's attributes when the whole run has
+  // one set of them (nullptr when they vary inside it).
+  using ColorRunBlock = std::function<void(const std::optional<Color>&, TextRange,
+                                           const TextAttributes* uniform, bool& stop)>;
+  void enumerateForegroundColorRuns(TextRange range, bool reverse,
+                                    const ColorRunBlock& block) const;
 
   // Replaces every attribute of the range.
   void setAttributes(const TextAttributes& attributes, TextRange range);
@@ -96,6 +102,12 @@ class TextStorage {
   void modify(TextRange range, F&& change);
   template <class Value, class Get, class Block>
   void enumerate(TextRange range, bool reverse, Get get, const Block& block) const;
+  template <class Value>
+  struct Group {
+    std::optional<Value> value;
+    TextRange range;
+    const TextAttributes* uniform;
+  };
 
   std::shared_ptr<const std::u16string> text_ = std::make_shared<const std::u16string>();
   Runs runs_{{0, TextAttributes{}}};

@@ -22,9 +22,21 @@ bool startsWithAt(std::u16string_view text, std::size_t index, std::size_t last,
 
 // ---- RangeAttributes ------------------------------------------------------
 
-void RangeAttributes::set(TextRange range, const TextAttributes& attributes) {
-  entries_.push_back({range, attributes, entries_.size()});
+std::uint32_t RangeAttributes::intern(const TextAttributes& attributes) {
+  for (std::uint32_t i = 0; i < palette_.size(); ++i) {
+    if (palette_[i] == attributes) return i;
+  }
+  palette_.push_back(attributes);
+  return static_cast<std::uint32_t>(palette_.size() - 1);
+}
+
+void RangeAttributes::set(TextRange range, std::uint32_t attributes) {
+  entries_.push_back({range, attributes, static_cast<std::uint32_t>(entries_.size())});
   finalized_ = false;
+}
+
+void RangeAttributes::set(TextRange range, const TextAttributes& attributes) {
+  set(range, intern(attributes));
 }
 
 void RangeAttributes::finalize() {
@@ -33,13 +45,12 @@ void RangeAttributes::finalize() {
     return a.range != b.range ? a.range < b.range : a.order < b.order;
   });
   // Keep the last write of each range.
-  std::vector<Entry> kept;
-  kept.reserve(entries_.size());
+  std::size_t out = 0;
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     if (i + 1 < entries_.size() && entries_[i + 1].range == entries_[i].range) continue;
-    kept.push_back(std::move(entries_[i]));
+    entries_[out++] = entries_[i];
   }
-  entries_ = std::move(kept);
+  entries_.resize(out);
   erasedCount_ = 0;
   finalized_ = true;
 }
@@ -48,7 +59,7 @@ const TextAttributes* RangeAttributes::find(TextRange range) const {
   auto it = std::lower_bound(entries_.begin(), entries_.end(), range,
                              [](const Entry& e, const TextRange& r) { return e.range < r; });
   if (it == entries_.end() || it->range != range || it->erased) return nullptr;
-  return &it->attributes;
+  return &palette_[it->attributes];
 }
 
 void RangeAttributes::erase(TextRange range) {
@@ -56,6 +67,21 @@ void RangeAttributes::erase(TextRange range) {
                              [](const Entry& e, const TextRange& r) { return e.range < r; });
   if (it != entries_.end() && it->range == range && !it->erased) {
     it->erased = true;
+    ++erasedCount_;
+  }
+}
+
+const TextAttributes* RangeAttributes::findFrom(std::size_t& cursor, TextRange range) const {
+  while (cursor < entries_.size() && entries_[cursor].range < range) ++cursor;
+  if (cursor == entries_.size() || entries_[cursor].range != range || entries_[cursor].erased) {
+    return nullptr;
+  }
+  return &palette_[entries_[cursor].attributes];
+}
+
+void RangeAttributes::eraseAt(std::size_t cursor) {
+  if (cursor < entries_.size() && !entries_[cursor].erased) {
+    entries_[cursor].erased = true;
     ++erasedCount_;
   }
 }
@@ -80,7 +106,8 @@ void CodeFormatParser::initPara() {
   visibleRange = TextRange{};
   const StxParser& stx = *stxParser;
   escape = stx.escape.empty() ? 0 : stx.escape.front();
-  asciiDelimiters_.fill(false);
+  // White space always splits words; the table holds it with the delimiters.
+  for (char16_t c = 0; c < 128; ++c) asciiDelimiters_[c] = isEmptySpaceChar(c);
   otherDelimiters_.clear();
   for (char16_t c : stx.delimiter) {
     if (c < 128) {
@@ -100,8 +127,7 @@ void CodeFormatParser::initPara() {
 
 // ---- character classes -------------------------------------------------------
 
-bool CodeFormatParser::isEmptySpaceChar(char16_t c) {
-  if (c < 128) return c == u' ' || (c >= 0x09 && c <= 0x0D);
+bool CodeFormatParser::isOtherSpace(char16_t c) {
   return c == 0x85 || u_isUWhiteSpace(c);
 }
 
@@ -115,8 +141,7 @@ bool CodeFormatParser::isAlpha(char16_t c) {
   return u_isalpha(c);
 }
 
-bool CodeFormatParser::isDeliterChar(char16_t c) const {
-  if (c < 128) return asciiDelimiters_[c] || c == u' ' || (c >= 0x09 && c <= 0x0D);
+bool CodeFormatParser::isOtherDelimiter(char16_t c) const {
   return isEmptySpaceChar(c) || otherDelimiters_.find(c) != npos;
 }
 
@@ -275,7 +300,7 @@ void CodeFormatParser::addKeywordItem(int indexTag, TextRange r) {
   keywordsItems[bucket].push_back(CodeRangeItem::instanceWithRange(r, kKeyword));
 }
 
-std::optional<std::u16string> CodeFormatParser::scanKeyword() {
+std::optional<std::u16string_view> CodeFormatParser::scanKeyword() {
   std::size_t start = currentIndex;
   if (isDeliterChar(currentCharStatic())) ++start;
   // The first character is taken without inspection.
@@ -290,10 +315,10 @@ std::optional<std::u16string> CodeFormatParser::scanKeyword() {
   std::u16string_view word = text.substr(start, currentIndex - start);
   const int found = stxParser->findKeyword(word);
   if (found >= 0) addKeywordItem(found, TextRange{start, word.size()});
-  return std::u16string(word);
+  return word;
 }
 
-std::optional<std::u16string> CodeFormatParser::scanCommonKeyword() {
+std::optional<std::u16string_view> CodeFormatParser::scanCommonKeyword() {
   std::size_t start = currentIndex;
   if (isDeliterChar(currentCharStatic())) ++start;
   ++currentIndex;
@@ -305,7 +330,7 @@ std::optional<std::u16string> CodeFormatParser::scanCommonKeyword() {
   if (currentIndex > lastIndex) currentIndex = lastIndex;
   if (currentIndex <= start) return std::nullopt;
   addKeywordItem(0, TextRange{start, currentIndex - start});
-  return std::u16string(text.substr(start, currentIndex - start));
+  return text.substr(start, currentIndex - start);
 }
 
 TextRange CodeFormatParser::scanKeywords(std::u16string_view literal) {
@@ -680,8 +705,9 @@ void CodeFormatParser::actionElementItems() {
 
 void CodeFormatParser::addToRangeAttributes(RangeAttributes& m,
                                             const std::vector<CodeRangeItem>& items,
-                                            const TextAttributes& attributes) const {
+                                            const TextAttributes& attributes_) const {
   if (items.empty()) return;
+  const std::uint32_t attributes = m.intern(attributes_);
   TextRange run = items.front().range;
   for (std::size_t i = 1; i < items.size(); ++i) {
     const TextRange& next = items[i].range;
@@ -730,16 +756,20 @@ void CodeFormatParser::addAttributesToTextStorageExtensions(RangeAttributes& m) 
   if (isHadParser) {
     const TextAttributes plain = defaultAttributes();
     const TextRange scanned{originIndex, lastIndex > originIndex ? lastIndex - originIndex : 0};
-    textStorage->enumerateForegroundColor(
-        scanned, true, [&](const std::optional<Color>& color, TextRange run, bool&) {
+    // Both the storage's runs and the map are in text order: one walk
+    // pairs them.
+    std::size_t cursor = 0;
+    textStorage->enumerateForegroundColorRuns(
+        scanned, false,
+        [&](const std::optional<Color>& color, TextRange run, const TextAttributes* uniform,
+            bool&) {
           if (!color) return;
-          if (const TextAttributes* want = m.find(run)) {
+          if (const TextAttributes* want = m.findFrom(cursor, run)) {
             if (want->foregroundColor == color) {
-              m.erase(run);
+              m.eraseAt(cursor);
               return;
             }
-          } else if (*color == plain.foregroundColor &&
-                     textStorage->attributesAt(run.location) == plain) {
+          } else if (uniform && *uniform == plain) {
             return;  // already plain: a reset would change nothing
           }
           resets.set(run, plain);

@@ -22,6 +22,9 @@ namespace harbor {
 // collapse into one: the last wins.
 class RangeAttributes {
  public:
+  // Attribute sets are few; entries refer to them by index.
+  std::uint32_t intern(const TextAttributes& attributes);
+  void set(TextRange range, std::uint32_t attributes);
   void set(TextRange range, const TextAttributes& attributes);
   // Sorts by range and drops all but the last write of each range.
   void finalize();
@@ -33,17 +36,22 @@ class RangeAttributes {
   template <class F>
   void forEach(F&& f) const {
     for (const auto& e : entries_) {
-      if (!e.erased) f(e.range, e.attributes);
+      if (!e.erased) f(e.range, palette_[e.attributes]);
     }
   }
+  // After finalize(), for ranges asked in increasing order: the entry with
+  // exactly `range`, found by advancing `cursor` (start it at 0).
+  const TextAttributes* findFrom(std::size_t& cursor, TextRange range) const;
+  void eraseAt(std::size_t cursor);
 
  private:
   struct Entry {
     TextRange range;
-    TextAttributes attributes;
-    std::size_t order;
+    std::uint32_t attributes;
+    std::uint32_t order;
     bool erased = false;
   };
+  std::vector<TextAttributes> palette_;
   std::vector<Entry> entries_;
   std::size_t erasedCount_ = 0;
   bool finalized_ = true;
@@ -66,6 +74,8 @@ class ISuggestDelegate {
   virtual void onReplaceString(const std::u16string& text, std::size_t startOffset,
                                std::size_t endOffset, long focusDiff) = 0;
   virtual void onInputString(const std::u16string& text, long diff) = 0;
+  // The selection in the text being typed into; reactions to typing start there.
+  virtual TextRange onSelectedRange() { return {}; }
 };
 
 // The base scanner of every language. One pass walks the text once from
@@ -97,7 +107,9 @@ class CodeFormatParser {
   virtual void parserDetail();
   virtual bool scanOtherStartPattern();
   virtual bool scanOtherPattern() { return false; }
-  virtual std::optional<std::u16string> scanKeyword();
+  // The word scanned, whether or not it is a keyword. A view into `text`:
+  // a copy per word would cost more than the scan itself.
+  virtual std::optional<std::u16string_view> scanKeyword();
   virtual void addRangeToMultiline1Items(TextRange r);
   virtual void addRangeToMultiline2Items(TextRange r);
   virtual void setOtherAttributesToTextStorage(const TextAttributes& defaults,
@@ -197,9 +209,15 @@ class CodeFormatParser {
   void skipDigits();
 
   bool isDeliterChar() const { return isDeliterChar(currentCharStatic()); }
-  bool isDeliterChar(char16_t c) const;
+  bool isDeliterChar(char16_t c) const {
+    if (c < 128) return asciiDelimiters_[c];
+    return isOtherDelimiter(c);
+  }
   bool isEmptySpaceChar() const { return isEmptySpaceChar(currentCharStatic()); }
-  static bool isEmptySpaceChar(char16_t c);
+  static bool isEmptySpaceChar(char16_t c) {
+    if (c < 128) return c == u' ' || (c >= 0x09 && c <= 0x0D);
+    return isOtherSpace(c);
+  }
   static bool isWhiteSpaceChar(char16_t c);  // no line terminators
   static bool isAlpha(char16_t c);
   static bool isDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
@@ -230,7 +248,7 @@ class CodeFormatParser {
   bool scanQuote();
   bool isEndSymbol();
   bool scanRubyPattern();
-  std::optional<std::u16string> scanCommonKeyword();
+  std::optional<std::u16string_view> scanCommonKeyword();
   TextRange scanKeywords(std::u16string_view literal);
   TextRange scanQuoteWithChar(char16_t quote, bool continueQuote);
   TextRange scanQuote1();
@@ -322,6 +340,8 @@ class CodeFormatParser {
 
  protected:
   void addKeywordItem(int indexTag, TextRange r);
+  bool isOtherDelimiter(char16_t c) const;
+  static bool isOtherSpace(char16_t c);
 
  private:
   struct OffSearch {

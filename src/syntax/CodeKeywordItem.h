@@ -8,6 +8,15 @@
 
 namespace harbor {
 
+// Word tables looked up with views into the text, without a copy per word.
+struct U16Hash {
+  using is_transparent = void;
+  std::size_t operator()(std::u16string_view s) const noexcept {
+    return std::hash<std::u16string_view>{}(s);
+  }
+};
+using KeywordTable = std::unordered_map<std::u16string, int, U16Hash, std::equal_to<>>;
+
 // One keyword section of a syntax definition file.
 class CodeKeywordItem {
  public:
@@ -41,7 +50,7 @@ class CodeKeywordItem {
   int indexTag = 0;
   std::vector<std::u16string> keywords;
   std::vector<std::u16string> keywordsCaseOptions;  // lowercased, index for index
-  std::unordered_map<std::u16string, int> patternHashTable;
+  KeywordTable patternHashTable;
 };
 
 }  // namespace harbor

@@ -172,7 +172,25 @@ const std::u16string* StxParser::directive(std::u16string_view name) const {
 }
 
 int StxParser::findKeyword(std::u16string_view word) const {
-  auto it = caseSensive ? allKeywords.find(std::u16string(word)) : allKeywords.find(toLower(word));
+  if (caseSensive) {
+    auto it = allKeywords.find(word);
+    return it == allKeywords.end() ? -1 : it->second;
+  }
+  // Most words are short and ASCII: lowercase them on the stack.
+  char16_t buffer[64];
+  if (word.size() <= std::size(buffer)) {
+    bool ascii = true;
+    for (std::size_t i = 0; i < word.size() && ascii; ++i) {
+      char16_t c = word[i];
+      ascii = c < 0x80;
+      buffer[i] = (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + 32) : c;
+    }
+    if (ascii) {
+      auto it = allKeywords.find(std::u16string_view(buffer, word.size()));
+      return it == allKeywords.end() ? -1 : it->second;
+    }
+  }
+  auto it = allKeywords.find(toLower(word));
   return it == allKeywords.end() ? -1 : it->second;
 }
 

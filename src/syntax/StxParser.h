@@ -51,7 +51,7 @@ class StxParser {
   std::u16string delimiter;
   std::u16string scriptBegin;
   std::u16string scriptEnd;
-  std::unordered_map<std::u16string, int> allKeywords;
+  KeywordTable allKeywords;
 
  private:
   void reset();

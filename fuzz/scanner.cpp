@@ -1,0 +1,105 @@
+// The scanner reads whatever a user opens: any UTF-16 text, lone surrogates
+// and NUL characters included, must give a pass that ends, stays inside the
+// text, and colours an edited text exactly as a fresh pass would.
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/TextStorage.h"
+#include "syntax/CodeFactory.h"
+#include "syntax/CodeFormatParser.h"
+
+namespace {
+using harbor::CodeFactory;
+using harbor::CodeFormatParser;
+using harbor::CodeRangeItem;
+using harbor::TextRange;
+using harbor::TextStorage;
+
+#define CHECK(cond)                \
+  do {                             \
+    if (!(cond)) __builtin_trap(); \
+  } while (0)
+
+// Ranges of one list lie inside the pass, are not empty, and come in text
+// order without overlapping: the run merging of the pass relies on it.
+void checkList(const std::vector<CodeRangeItem>& items, std::size_t from, std::size_t to) {
+  std::size_t end = from;
+  for (const auto& item : items) {
+    CHECK(item.range.length > 0);
+    CHECK(item.range.location >= end);
+    CHECK(item.range.end() <= to);
+    end = item.range.end();
+  }
+}
+
+void checkParser(const CodeFormatParser& p, std::size_t textLength) {
+  CHECK(p.lastIndex <= textLength);
+  CHECK(p.currentIndex <= p.lastIndex);
+  CHECK(p.originIndex <= p.lastIndex);
+  const std::size_t from = p.originIndex;
+  const std::size_t to = p.lastIndex;
+  for (const auto& bucket : p.keywordsItems) checkList(bucket, from, to);
+  for (const auto* list : {&p.attributesItems, &p.otherPatternItems, &p.lineComment1Items,
+                           &p.lineComment2Items, &p.multilineComment1Items,
+                           &p.multilineComment2Items, &p.quotetion1Items, &p.quotetion2Items}) {
+    checkList(*list, from, to);
+  }
+  for (const auto& region : p.otherFormatParser) {
+    CHECK(region->originIndex >= from && region->lastIndex <= to);
+    checkParser(*region, textLength);
+  }
+}
+
+harbor::Color colourAt(const TextStorage& s, std::size_t i) {
+  return s.attributesAt(i).foregroundColor.value_or(CodeFormatParser::editorDefaultColor());
+}
+
+std::shared_ptr<CodeFormatParser> makeParser(const std::string& ext, const std::string& inside) {
+  if (inside.empty()) return CodeFactory::codeFormatParserWithExtension(ext);
+  // A template: the page's language with Ruby inside.
+  return CodeFactory::codeFormatParserWithExtension(ext, inside, "fuzz." + inside + "." + ext);
+}
+
+void runLanguage(const std::string& ext, const std::string& inside, const std::u16string& text,
+                 std::size_t editAt) {
+  TextStorage storage(text);
+  auto parser = makeParser(ext, inside);
+  parser->parserSmart(storage);
+  checkParser(*parser, text.size());
+
+  // A keystroke: the same parser again over the edited storage, writing
+  // only what changed, must leave the colours of a first pass.
+  const std::u16string quote = u"\"";
+  storage.replaceCharacters(TextRange{editAt, editAt < text.size() ? 1u : 0u}, quote);
+  parser->parserSmart(storage);
+  checkParser(*parser, storage.length());
+
+  TextStorage fresh(storage.string());
+  auto other = makeParser(ext, inside);
+  other->parserSmart(fresh);
+  // Within the span scanned: a pass that stops at an end marker (PHP's
+  // `?>`) leaves what lies beyond to its host.
+  for (std::size_t i = 0; i < other->lastIndex; ++i) {
+    CHECK(colourAt(storage, i) == colourAt(fresh, i));
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  // Little-endian UTF-16; an odd last byte is dropped.
+  std::u16string text(size / 2, u'\0');
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    text[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
+  }
+  const std::size_t editAt = text.empty() ? 0 : (size * 7919) % text.size();
+  static const std::pair<const char*, const char*> kLanguages[] = {
+      {"cpp", ""},     {"js", ""},  {"json", ""}, {"pl", ""}, {"py", ""},    {"rb", ""},
+      {"phpcore", ""}, {"yml", ""}, {"cfg", ""},  {"sh", ""}, {"erb", "js"},
+  };
+  for (const auto& [ext, inside] : kLanguages) runLanguage(ext, inside, text, editAt);
+  return 0;
+}

@@ -1,0 +1,110 @@
+// harbor detect, decode and encodings as scripts use them.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "EncodingTestHelpers.h"
+
+namespace harbor {
+namespace {
+
+using test::fixture;
+
+struct CliResult {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+class EncodingCli : public test::TempHome {
+ protected:
+  CliResult harbor(const std::vector<std::string>& args) {
+    const auto errFile = home() / "stderr.txt";
+    std::string cmd = quote(std::string(HARBOR_BINARY_DIR) + "/harbor");
+    for (const auto& a : args) cmd += " " + quote(a);
+    cmd += " 2>" + quote(errFile.string());
+    CliResult r;
+    FILE* pipe = popen(cmd.c_str(), "r");
+    if (!pipe) return r;
+    std::array<char, 4096> buf;
+    std::size_t n;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.out.append(buf.data(), n);
+    int status = pclose(pipe);
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.err = test::readFile(errFile);
+    return r;
+  }
+  std::string data(const char* name) { return test::testData(std::string("encoding/") + name); }
+};
+
+TEST_F(EncodingCli, DetectListsCandidatesAndTheDecodingName) {
+  const std::string missing = (home() / "missing.txt").string();
+  CliResult r =
+      harbor({"detect", "--json", data("japanese.sjis.txt"), data("russian.cp1251.txt"), missing});
+  EXPECT_EQ(r.code, 1);  // one file could not be read
+  EXPECT_NE(r.err.find("missing.txt"), std::string::npos) << r.err;
+  auto list = nlohmann::json::parse(r.out);
+  ASSERT_EQ(list.size(), 3u);
+  EXPECT_EQ(list[0]["path"], data("japanese.sjis.txt"));
+  EXPECT_EQ(list[0]["encoding"], "Shift_JIS");
+  EXPECT_EQ(list[0]["candidates"][0], "Shift_JIS");
+  EXPECT_GT(list[0]["candidates"].size(), 1u);
+  EXPECT_EQ(list[1]["encoding"], "windows-1251");
+  EXPECT_TRUE(list[2]["encoding"].is_null());
+  EXPECT_TRUE(list[2]["candidates"].empty());
+
+  test::writeFile(home() / "bin.dat", std::string("\x7F"
+                                                  "ELF\0\0\0\0\x01\x02",
+                                                  10));
+  r = harbor({"detect", (home() / "bin.dat").string()});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.out.find("(none)"), std::string::npos) << r.out;
+  EXPECT_NE(r.err.find("not text"), std::string::npos) << r.err;
+
+  r = harbor({"detect", data("chinese.gbk.txt")});
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out.rfind(data("chinese.gbk.txt") + ": GB18030\n", 0), 0u) << r.out;
+}
+
+TEST_F(EncodingCli, DecodePrintsUtf8) {
+  CliResult r = harbor({"decode", data("chinese.gbk.txt")});
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, fixture("chinese.utf8.txt"));
+
+  r = harbor({"decode", data("russian.cp1251.txt"), "--encoding", "KOI8-R"});
+  EXPECT_EQ(r.code, 0);
+  EXPECT_NE(r.out, fixture("russian.utf8.txt"));
+
+  r = harbor({"decode", data("japanese.sjis.txt"), "--encoding", "utf-8"});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find("not valid utf-8"), std::string::npos) << r.err;
+
+  EXPECT_EQ(harbor({"decode", data("japanese.sjis.txt"), "--encoding", "Korean"}).code, 2);
+  EXPECT_EQ(harbor({"decode"}).code, 2);
+  r = harbor({"decode", (home() / "missing.txt").string()});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("Cannot read"), std::string::npos) << r.err;
+}
+
+TEST_F(EncodingCli, EncodingsListsDecodableNames) {
+  CliResult r = harbor({"encodings", "--json"});
+  EXPECT_EQ(r.code, 0);
+  auto list = nlohmann::json::parse(r.out);
+  ASSERT_GT(list.size(), 50u);
+  bool sawShiftJis = false;
+  for (const auto& item : list) sawShiftJis |= item["name"] == "Shift_JIS";
+  EXPECT_TRUE(sawShiftJis);
+}
+
+}  // namespace
+}  // namespace harbor
