@@ -278,11 +278,14 @@ int runCp(const CpOptions& opts) {
   {
     const bool showBar = ::isatty(STDERR_FILENO) == 1;
     if (showBar) progress.setTotalSize(FilePropertyTotalSize::filesizeWithURLs(sources));
-    ProgressBar bar(progress, showBar && !interrupt.interrupted());
-    FilePropertyCopyURLS copy(sources, destination, &progress);
-    ok = copy.execute();
-    error = copy.error();
-    landed = copy.copiedPaths();
+    // Interrupted while sizing: the broadcast came before the copy existed.
+    if (!interrupt.interrupted()) {
+      ProgressBar bar(progress, showBar);
+      FilePropertyCopyURLS copy(sources, destination, &progress);
+      ok = copy.execute();
+      error = copy.error();
+      landed = copy.copiedPaths();
+    }
   }
   if (!ok) {
     if (interrupt.interrupted()) {

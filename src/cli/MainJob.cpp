@@ -5,7 +5,7 @@
 
 #include "cli/Commands.h"
 #include "platform/Directories.h"
-#include "platform/Resources.h"
+#include "syntax/CodeFactory.h"
 
 namespace harbor::cli {
 namespace fs = std::filesystem;
@@ -29,15 +29,15 @@ int runMainJob() {
   std::cout << "Entries (" << entries.size() << "):\n";
   for (const auto& e : entries) std::cout << "  " << e << "\n";
 
-  std::vector<std::string> formats;
-  for (fs::directory_iterator it(resourceDirectory() / "syntax", ec), end; !ec && it != end;
-       it.increment(ec)) {
-    if (it->path().extension() == ".stx") formats.push_back(it->path().stem().string());
+  // What the editor colours: extensions and file names with a parser of their own.
+  std::cout << "Highlighted extensions:";
+  for (const auto& [ext, row] : CodeFactory::builtinExtensions()) {
+    if (ext.find("core") == std::string::npos) std::cout << " " << ext;
   }
-  std::sort(formats.begin(), formats.end());
-  std::cout << "Syntax definitions (" << formats.size() << "):";
-  for (const auto& f : formats) std::cout << " " << f;
-  std::cout << "\n";
+  std::cout << "\nHighlighted file names:";
+  for (const auto& [name, row] : CodeFactory::builtinFileNames()) std::cout << " " << name;
+  std::cout << "\nOpened as text: " << CodeFactory::allSupportTextExtensions().size()
+            << " extensions\n";
   return 0;
 }
 

@@ -164,12 +164,10 @@ void FilePresenter::sortAndGroup(std::vector<Item> items) {
   sortByPath(items);
   switch (_displayType) {
     case kOrderSize:
-      if (_showItemstype != kShowList) _collation.reset();
       return loadFileSize(std::move(items));
     case kOrderType:
       return loadType(std::move(items));
     case kOrderDate:
-      if (_showItemstype != kShowList) _collation.reset();
       return loadDate(std::move(items));
     default:
       break;

@@ -169,6 +169,7 @@ bool FilePropertyCopyURLS::execute() {
 
   struct Staged {
     std::string path;
+    std::string name;  // the source's, which may differ from the staged one
     bool isFolder;
   };
   std::vector<Staged> staged;
@@ -183,7 +184,7 @@ bool FilePropertyCopyURLS::execute() {
       break;
     }
     if (S_ISDIR(st.st_mode)) {
-      staged.push_back({stagedPath, true});
+      staged.push_back({stagedPath, name, true});
       addOpeartion(std::make_shared<FilePropertyCopyURLSOperaion>(
                        path, std::string(), FileUtil::getFileName(stagedPath), this),
                    kTopLevelPriority);
@@ -191,10 +192,10 @@ bool FilePropertyCopyURLS::execute() {
       std::string target;
       FileUtil::isSybolicLinkPath(path, &target);
       if (!createSymblink(path, stagedPath, target)) break;
-      staged.push_back({stagedPath, false});
+      staged.push_back({stagedPath, name, false});
     } else if (S_ISREG(st.st_mode)) {
       if (!createFile(path, stagedPath)) break;
-      staged.push_back({stagedPath, false});
+      staged.push_back({stagedPath, name, false});
     }
   }
   waitUntilFinished();
@@ -207,7 +208,7 @@ bool FilePropertyCopyURLS::execute() {
   }
   for (const auto& item : staged) {
     std::string landed;
-    if (!moveIntoPlace(item.path, item.isFolder, landed)) break;
+    if (!moveIntoPlace(item.path, item.name, item.isFolder, landed)) break;
     std::lock_guard lock(lock_);
     copied_.push_back(std::move(landed));
   }
@@ -215,9 +216,8 @@ bool FilePropertyCopyURLS::execute() {
   return !error();
 }
 
-bool FilePropertyCopyURLS::moveIntoPlace(const std::string& staged, bool isFolder,
-                                         std::string& landed) {
-  const std::string name = FileUtil::getFileName(staged);
+bool FilePropertyCopyURLS::moveIntoPlace(const std::string& staged, const std::string& name,
+                                         bool isFolder, std::string& landed) {
   auto freeName = [&] {
     return isFolder
                ? FileUtil::getCreateFolderName(_desFolder, name)

@@ -89,7 +89,8 @@ class FilePropertyCopyURLS : public FilePropertyBase, public IFilePropertyCopyUR
   void copyFailed(Error error) override;
 
  private:
-  bool moveIntoPlace(const std::string& staged, bool isFolder, std::string& landed);
+  bool moveIntoPlace(const std::string& staged, const std::string& name, bool isFolder,
+                     std::string& landed);
 
   std::string _desFolder;
   std::string _tempFolder;

@@ -56,7 +56,13 @@ IndexedCollation::~IndexedCollation() = default;
 std::shared_ptr<const IndexedCollation> IndexedCollation::currentCollation() {
   static std::mutex mutex;
   static std::map<std::string, std::shared_ptr<const IndexedCollation>> cache;
-  const std::string name = icu::Locale::getDefault().getName();
+  const icu::Locale& current = icu::Locale::getDefault();
+  std::string name = current.getName();
+  // The POSIX locale collates code points, putting "a" after "Z"; an index
+  // groups letters regardless of case, so it takes the language instead.
+  if (std::string_view(current.getVariant()) == "POSIX" || name.empty() || name == "c") {
+    name = *current.getLanguage() ? current.getLanguage() : "en";
+  }
   std::lock_guard lock(mutex);
   auto& slot = cache[name];
   if (!slot) slot = std::make_shared<IndexedCollation>(name);

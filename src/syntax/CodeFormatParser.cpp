@@ -300,7 +300,7 @@ void CodeFormatParser::addKeywordItem(int indexTag, TextRange r) {
   keywordsItems[bucket].push_back(CodeRangeItem::instanceWithRange(r, kKeyword));
 }
 
-std::optional<std::u16string_view> CodeFormatParser::scanKeyword() {
+std::optional<TextRange> CodeFormatParser::scanWord() {
   std::size_t start = currentIndex;
   if (isDeliterChar(currentCharStatic())) ++start;
   // The first character is taken without inspection.
@@ -312,25 +312,23 @@ std::optional<std::u16string_view> CodeFormatParser::scanKeyword() {
   }
   if (currentIndex > lastIndex) currentIndex = lastIndex;
   if (currentIndex <= start) return std::nullopt;
-  std::u16string_view word = text.substr(start, currentIndex - start);
+  return TextRange{start, currentIndex - start};
+}
+
+std::optional<std::u16string_view> CodeFormatParser::scanKeyword() {
+  const auto r = scanWord();
+  if (!r) return std::nullopt;
+  std::u16string_view word = text.substr(r->location, r->length);
   const int found = stxParser->findKeyword(word);
-  if (found >= 0) addKeywordItem(found, TextRange{start, word.size()});
+  if (found >= 0) addKeywordItem(found, *r);
   return word;
 }
 
 std::optional<std::u16string_view> CodeFormatParser::scanCommonKeyword() {
-  std::size_t start = currentIndex;
-  if (isDeliterChar(currentCharStatic())) ++start;
-  ++currentIndex;
-  while (currentIndex < lastIndex) {
-    const char16_t c = text[currentIndex];
-    if (isDeliterChar(c) || (escape != 0 && c == escape)) break;
-    ++currentIndex;
-  }
-  if (currentIndex > lastIndex) currentIndex = lastIndex;
-  if (currentIndex <= start) return std::nullopt;
-  addKeywordItem(0, TextRange{start, currentIndex - start});
-  return text.substr(start, currentIndex - start);
+  const auto r = scanWord();
+  if (!r) return std::nullopt;
+  addKeywordItem(0, *r);
+  return text.substr(r->location, r->length);
 }
 
 TextRange CodeFormatParser::scanKeywords(std::u16string_view literal) {
@@ -655,13 +653,17 @@ void CodeFormatParser::parserValueWithTextStorage(TextStorage& storage) {
   parserValueWithTextStorage(storage, 0, storage.length());
 }
 
-void CodeFormatParser::parserValueWithTextStorage(TextStorage& storage, std::size_t start,
-                                                  std::size_t end) {
+void CodeFormatParser::bindStorage(TextStorage& storage, std::size_t start, std::size_t end) {
   textStorage = &storage;
   textHolder_ = storage.stringSnapshot();
   text = *textHolder_;
   lastIndex = std::min(end, text.size());
   currentIndex = originIndex = std::min(start, lastIndex);
+}
+
+void CodeFormatParser::parserValueWithTextStorage(TextStorage& storage, std::size_t start,
+                                                  std::size_t end) {
+  bindStorage(storage, start, end);
   parserBegin();
   if (currentCharStatic() == 0xFEFF) ++currentIndex;
   parserStart();

@@ -340,6 +340,10 @@ class CodeFormatParser {
 
  protected:
   void addKeywordItem(int indexTag, TextRange r);
+  // Points the parser at a storage and the span to scan, scanning nothing.
+  void bindStorage(TextStorage& storage, std::size_t start, std::size_t end);
+  // The word at the index: a delimiter under the index is stepped over.
+  std::optional<TextRange> scanWord();
   bool isOtherDelimiter(char16_t c) const;
   static bool isOtherSpace(char16_t c);
 

@@ -21,14 +21,9 @@ std::u16string CppFormatParser::checkTag(const std::u16string& text) {
   return tag;
 }
 
-void OtherTextFileFormatParser::parserValueWithTextStorage(TextStorage& storage,
-                                                           std::size_t currentIndex_,
-                                                           std::size_t lastIndex_) {
-  textStorage = &storage;
-  holder_ = storage.stringSnapshot();
-  text = *holder_;
-  lastIndex = std::min(lastIndex_, text.size());
-  currentIndex = originIndex = std::min(currentIndex_, lastIndex);
+void OtherTextFileFormatParser::parserValueWithTextStorage(TextStorage& storage, std::size_t start,
+                                                           std::size_t end) {
+  bindStorage(storage, start, end);
 }
 
 template <class T>

@@ -65,9 +65,6 @@ class OtherTextFileFormatParser : public CodeFormatParser {
   void parserValueWithTextStorage(TextStorage& storage, std::size_t currentIndex,
                                   std::size_t lastIndex) override;
   void loadSuggestItems(ISuggestDelegate&) override {}
-
- private:
-  std::shared_ptr<const std::u16string> holder_;
 };
 
 }  // namespace harbor

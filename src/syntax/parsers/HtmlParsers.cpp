@@ -90,8 +90,8 @@ std::shared_ptr<CodeElement> MarkupScanner::scanElementAttributes(const Conditio
     skipWhiteChar();
     const char16_t q = currentCharStatic();
     // Quoted values may run over lines.
-    const TextRange value = (q == u'\'' || q == u'"') ? scanQuoteWithChar(q, true)
-                                                      : scanElementNameWithSpaceAndGreat();
+    const TextRange value =
+        (q == u'\'' || q == u'"') ? scanQuoteWithChar(q, true) : scanElementNameWithSpaceAndGreat();
     if (value.length) {
       attr->setValue(CodeElement::instanceWithRange(value, kAttributeValue));
       attr->attributeFlag = 0;
@@ -241,8 +241,7 @@ void HtmlFormatParser::parserDetail() {
     if (scanOtherStartPattern()) continue;
     TextRange comment = scanMultilineComment1();
     if (comment.length) {
-      if (!isCheckIncludFile() ||
-          !checkIncludFile(comment, [](char16_t c) { return c == u'#'; })) {
+      if (!isCheckIncludFile() || !checkIncludFile(comment, [](char16_t c) { return c == u'#'; })) {
         multilineComment1Items.push_back(CodeRangeItem::instanceWithRange(comment, kBlockComment1));
       }
       continue;
@@ -471,11 +470,16 @@ bool JspHtmlFormatParser::scanOtherStartPattern() {
     TextRange inner;
     const TextRange whole = scanElementBeginEnd(name, inner);
     if (!whole.length) continue;
-    if (keywordsItems.empty()) keywordsItems.resize(1);
-    keywordsItems[0].push_back(
-        CodeRangeItem::instanceWithRange(TextRange{whole.location + 1, name.size()}, kElementOpen));
-    keywordsItems[0].push_back(
-        CodeRangeItem::instanceWithRange(TextRange{inner.end() + 2, name.size()}, kElementOpen));
+    // The action's tags join the element list, which keeps the keyword
+    // bucket in text order and lets the closing one pair with its opener.
+    auto open =
+        CodeElement::instanceWithRange(TextRange{whole.location + 1, name.size()}, kElementOpen);
+    open->fullRange = TextRange{whole.location, inner.location - whole.location};
+    auto close =
+        CodeElement::instanceWithRange(TextRange{inner.end() + 2, name.size()}, kElementClose);
+    close->fullRange = TextRange{inner.end(), whole.end() - inner.end()};
+    elementItems.push_back(open);
+    elementItems.push_back(close);
     if (textStorage) loadOtherExtensionParser("jspcore", inner, *textStorage);
     return true;
   }
@@ -492,14 +496,15 @@ bool PhpHtmlFormatParser::scanOtherPattern() {
     marker = 3;
   }
   if (!marker || text[currentIndex] != u'<') return false;
-  if (keywordsItems.empty()) keywordsItems.resize(1);
-  keywordsItems[0].push_back(
-      CodeRangeItem::instanceWithRange(TextRange{currentIndex + 1, marker - 1}, kElementOpen));
+  auto tag = CodeElement::instanceWithRange(TextRange{currentIndex + 1, marker - 1}, kElementOpen);
+  tag->fullRange = TextRange{currentIndex, marker};
+  elementItems.push_back(tag);
   const std::size_t start = currentIndex + marker;
   currentIndex = lastIndex;
   if (textStorage && start < lastIndex) {
     // The PHP parser ends itself after "?>"; the page resumes there.
-    auto php = loadOtherExtensionParser("phpcore", TextRange{start, lastIndex - start}, *textStorage);
+    auto php =
+        loadOtherExtensionParser("phpcore", TextRange{start, lastIndex - start}, *textStorage);
     currentIndex = std::clamp(php->currentIndex, start, lastIndex);
     php->setVisibleRange(TextRange{start, currentIndex - start});
   }

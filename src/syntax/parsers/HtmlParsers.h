@@ -105,8 +105,8 @@ class HtmlFormatParser : public MarkupScanner {
                              SuggestField& stxFieldobj) override;
   std::vector<std::u16string> searchText(std::u16string_view term, bool tail,
                                          const SuggestField* attri, long stxFieldType) override;
-  void searchFiles(const std::filesystem::path& folder,
-                   std::vector<std::filesystem::path>& item, std::u16string_view keywords) const;
+  void searchFiles(const std::filesystem::path& folder, std::vector<std::filesystem::path>& item,
+                   std::u16string_view keywords) const;
   void loadSuggestItems(ISuggestDelegate& delegate) override;
   std::vector<std::u16string> greaterCharNoAction() const override;
   std::vector<std::u16string> greaterCharNoContent() const override;

@@ -55,24 +55,50 @@ const ElementTable& valueTable() {
     const Values sideAlign{u"top", u"bottom", u"left", u"right"};
     const Values ordered{u"1", u"a", u"A", u"i", u"I"};
     const Values bullets{u"disc", u"square", u"circle"};
-    const Values linkRel{u"alternate", u"author",    u"bookmark", u"external",
-                         u"help",      u"license",   u"next",     u"nofollow",
-                         u"noopener",  u"noreferrer", u"opener",  u"prev",
-                         u"privacy-policy", u"search", u"tag",    u"terms-of-service"};
-    const Values inputMode{u"none",   u"text",  u"decimal", u"numeric",
-                           u"tel",    u"search", u"email",  u"url"};
+    const Values linkRel{u"alternate",      u"author",     u"bookmark", u"external",
+                         u"help",           u"license",    u"next",     u"nofollow",
+                         u"noopener",       u"noreferrer", u"opener",   u"prev",
+                         u"privacy-policy", u"search",     u"tag",      u"terms-of-service"};
+    const Values inputMode{u"none", u"text",   u"decimal", u"numeric",
+                           u"tel",  u"search", u"email",   u"url"};
     const Values enterKey{u"enter", u"done", u"go", u"next", u"previous", u"search", u"send"};
-    const Values autocomplete{
-        u"on",           u"off",           u"name",           u"honorific-prefix",
-        u"given-name",   u"additional-name", u"family-name",  u"honorific-suffix",
-        u"nickname",     u"email",         u"username",       u"new-password",
-        u"current-password", u"one-time-code", u"organization-title", u"organization",
-        u"street-address", u"address-line1", u"address-line2", u"address-line3",
-        u"address-level1", u"address-level2", u"country",     u"country-name",
-        u"postal-code",  u"cc-name",       u"cc-number",      u"cc-exp",
-        u"cc-csc",       u"transaction-currency", u"transaction-amount", u"language",
-        u"bday",         u"sex",           u"tel",            u"url",
-        u"photo"};
+    const Values autocomplete{u"on",
+                              u"off",
+                              u"name",
+                              u"honorific-prefix",
+                              u"given-name",
+                              u"additional-name",
+                              u"family-name",
+                              u"honorific-suffix",
+                              u"nickname",
+                              u"email",
+                              u"username",
+                              u"new-password",
+                              u"current-password",
+                              u"one-time-code",
+                              u"organization-title",
+                              u"organization",
+                              u"street-address",
+                              u"address-line1",
+                              u"address-line2",
+                              u"address-line3",
+                              u"address-level1",
+                              u"address-level2",
+                              u"country",
+                              u"country-name",
+                              u"postal-code",
+                              u"cc-name",
+                              u"cc-number",
+                              u"cc-exp",
+                              u"cc-csc",
+                              u"transaction-currency",
+                              u"transaction-amount",
+                              u"language",
+                              u"bday",
+                              u"sex",
+                              u"tel",
+                              u"url",
+                              u"photo"};
     const Values mediaTypes{u"all", u"screen", u"print"};
     const AttributeValues section{{u"align", blockAlign}};
     const AttributeValues rowGroup{{u"align", cellAlign}, {u"valign", valign}};
@@ -104,8 +130,9 @@ const ElementTable& valueTable() {
           {u"enctype", enctype},
           {u"target", target},
           {u"autocomplete", onOff},
-          {u"rel", {u"external", u"help", u"license", u"next", u"nofollow", u"noopener",
-                    u"noreferrer", u"opener", u"prev", u"search"}}}},
+          {u"rel",
+           {u"external", u"help", u"license", u"next", u"nofollow", u"noopener", u"noreferrer",
+            u"opener", u"prev", u"search"}}}},
         {u"h1", section},
         {u"h2", section},
         {u"h3", section},
@@ -120,8 +147,8 @@ const ElementTable& valueTable() {
           {u"sandbox",
            {u"allow-downloads", u"allow-forms", u"allow-modals", u"allow-orientation-lock",
             u"allow-pointer-lock", u"allow-popups", u"allow-popups-to-escape-sandbox",
-            u"allow-presentation", u"allow-same-origin", u"allow-scripts",
-            u"allow-top-navigation", u"allow-top-navigation-by-user-activation",
+            u"allow-presentation", u"allow-same-origin", u"allow-scripts", u"allow-top-navigation",
+            u"allow-top-navigation-by-user-activation",
             u"allow-top-navigation-to-custom-protocols"}},
           {u"scrolling", {u"yes", u"no", u"auto"}},
           {u"frameborder", {u"0", u"1"}},
@@ -134,10 +161,10 @@ const ElementTable& valueTable() {
           {u"fetchpriority", priority},
           {u"align", imageAlign}}},
         {u"input",
-         {{u"type", {u"button", u"checkbox", u"color", u"date", u"datetime-local", u"email",
-                     u"file", u"hidden", u"image", u"month", u"number", u"password", u"radio",
-                     u"range", u"reset", u"search", u"submit", u"tel", u"text", u"time", u"url",
-                     u"week"}},
+         {{u"type", {u"button", u"checkbox", u"color", u"date",   u"datetime-local", u"email",
+                     u"file",   u"hidden",   u"image", u"month",  u"number",         u"password",
+                     u"radio",  u"range",    u"reset", u"search", u"submit",         u"tel",
+                     u"text",   u"time",     u"url",   u"week"}},
           {u"autocomplete", autocomplete},
           {u"formmethod", method},
           {u"formenctype", enctype},
@@ -146,33 +173,36 @@ const ElementTable& valueTable() {
           {u"capture", {u"user", u"environment"}},
           {u"popovertargetaction", {u"toggle", u"show", u"hide"}}}},
         {u"legend", {{u"align", sideAlign}}},
-        {u"li",
-         {{u"type", {u"1", u"a", u"A", u"i", u"I", u"disc", u"square", u"circle"}}}},
+        {u"li", {{u"type", {u"1", u"a", u"A", u"i", u"I", u"disc", u"square", u"circle"}}}},
         {u"link",
-         {{u"rel", {u"alternate", u"author", u"canonical", u"dns-prefetch", u"expect", u"help",
-                    u"icon", u"license", u"manifest", u"modulepreload", u"next", u"pingback",
-                    u"preconnect", u"prefetch", u"preload", u"prev", u"privacy-policy",
-                    u"search", u"stylesheet", u"terms-of-service"}},
-          {u"as", {u"audio", u"document", u"embed", u"fetch", u"font", u"image", u"object",
-                   u"script", u"style", u"track", u"video", u"worker"}},
+         {{u"rel",
+           {u"alternate", u"author",         u"canonical",  u"dns-prefetch", u"expect",
+            u"help",      u"icon",           u"license",    u"manifest",     u"modulepreload",
+            u"next",      u"pingback",       u"preconnect", u"prefetch",     u"preload",
+            u"prev",      u"privacy-policy", u"search",     u"stylesheet",   u"terms-of-service"}},
+          {u"as",
+           {u"audio", u"document", u"embed", u"fetch", u"font", u"image", u"object", u"script",
+            u"style", u"track", u"video", u"worker"}},
           {u"type", {u"text/css", u"image/png", u"image/x-icon", u"image/svg+xml"}},
           {u"media", mediaTypes},
           {u"crossorigin", crossorigin},
           {u"referrerpolicy", referrer},
           {u"fetchpriority", priority}}},
         {u"meta",
-         {{u"name", {u"application-name", u"author", u"color-scheme", u"description",
-                     u"generator", u"keywords", u"referrer", u"robots", u"theme-color",
-                     u"viewport"}},
-          {u"http-equiv", {u"content-language", u"content-security-policy", u"content-type",
-                           u"default-style", u"refresh", u"set-cookie", u"x-ua-compatible"}},
+         {{u"name",
+           {u"application-name", u"author", u"color-scheme", u"description", u"generator",
+            u"keywords", u"referrer", u"robots", u"theme-color", u"viewport"}},
+          {u"http-equiv",
+           {u"content-language", u"content-security-policy", u"content-type", u"default-style",
+            u"refresh", u"set-cookie", u"x-ua-compatible"}},
           {u"charset", {u"utf-8"}}}},
         {u"object", {{u"type", {u"application/pdf", u"image/svg+xml", u"text/html"}}}},
         {u"ol", {{u"type", ordered}}},
         {u"p", section},
         {u"script",
-         {{u"type", {u"text/javascript", u"module", u"importmap", u"application/json",
-                     u"application/ld+json", u"text/vbscript"}},
+         {{u"type",
+           {u"text/javascript", u"module", u"importmap", u"application/json",
+            u"application/ld+json", u"text/vbscript"}},
           {u"language", {u"javascript", u"vbscript"}},
           {u"runat", {u"server"}},
           {u"crossorigin", crossorigin},
@@ -180,14 +210,15 @@ const ElementTable& valueTable() {
           {u"fetchpriority", priority}}},
         {u"select", {{u"autocomplete", autocomplete}}},
         {u"source",
-         {{u"type", {u"audio/mpeg", u"audio/ogg", u"audio/wav", u"image/avif", u"image/webp",
-                     u"video/mp4", u"video/ogg", u"video/webm"}},
+         {{u"type",
+           {u"audio/mpeg", u"audio/ogg", u"audio/wav", u"image/avif", u"image/webp", u"video/mp4",
+            u"video/ogg", u"video/webm"}},
           {u"media", mediaTypes}}},
         {u"style", {{u"type", {u"text/css"}}, {u"media", mediaTypes}}},
         {u"table",
          {{u"align", {u"left", u"center", u"right"}},
-          {u"frame", {u"void", u"above", u"below", u"hsides", u"lhs", u"rhs", u"vsides", u"box",
-                      u"border"}},
+          {u"frame",
+           {u"void", u"above", u"below", u"hsides", u"lhs", u"rhs", u"vsides", u"box", u"border"}},
           {u"rules", {u"none", u"groups", u"rows", u"cols", u"all"}}}},
         {u"tbody", rowGroup},
         {u"td", rowGroup},
@@ -302,7 +333,8 @@ std::vector<std::u16string> HtmlFormatParser::searchText(std::u16string_view ter
     std::u16string dir = slash == std::u16string::npos ? u"" : path.substr(0, slash + 1);
     const std::u16string stem = slash == std::u16string::npos ? path : path.substr(slash + 1);
     while (!dir.empty() && dir.front() == u'/') dir.erase(0, 1);
-    const fs::path folder = fs::path(folderPath) / toUtf8(dir);
+    while (!dir.empty() && dir.back() == u'/') dir.pop_back();
+    const fs::path folder = dir.empty() ? fs::path(folderPath) : fs::path(folderPath) / toUtf8(dir);
     std::vector<fs::path> found;
     searchFiles(folder, found, stem);
     for (const auto& p : found) {
@@ -337,25 +369,24 @@ std::vector<std::u16string> HtmlFormatParser::searchText(std::u16string_view ter
 
 void HtmlFormatParser::searchFiles(const fs::path& folder, std::vector<fs::path>& item,
                                    std::u16string_view keywords) const {
-  const std::u16string key = toLower(keywords);
-  std::vector<fs::path> found;
-  std::error_code ec;
-  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
-    const fs::path& p = it->path();
-    if (toLower(toUtf16(p.filename().string())).find(key) == std::u16string::npos) continue;
-    found.push_back(p);
-    std::error_code dirError;
-    if (!it->is_directory(dirError)) continue;
-    // A matching folder offers what it holds too.
-    std::vector<fs::path> inner;
-    for (fs::directory_iterator sub(p, dirError); !dirError && sub != end;
-         sub.increment(dirError)) {
-      inner.push_back(sub->path());
+  auto listing = [](const fs::path& dir) {
+    std::vector<fs::path> entries;
+    std::error_code ec;
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+      entries.push_back(it->path());
     }
-    std::sort(inner.begin(), inner.end());
-    found.insert(found.end(), inner.begin(), inner.end());
+    std::sort(entries.begin(), entries.end());
+    return entries;
+  };
+  const std::u16string key = toLower(keywords);
+  for (const fs::path& p : listing(folder)) {
+    if (toLower(toUtf16(p.filename().string())).find(key) == std::u16string::npos) continue;
+    item.push_back(p);
+    // A matching folder offers what it holds too.
+    std::error_code ec;
+    if (!fs::is_directory(p, ec)) continue;
+    for (const fs::path& inner : listing(p)) item.push_back(inner);
   }
-  item.insert(item.end(), found.begin(), found.end());
 }
 
 std::vector<std::u16string> HtmlFormatParser::greaterCharNoAction() const {
@@ -364,8 +395,8 @@ std::vector<std::u16string> HtmlFormatParser::greaterCharNoAction() const {
 
 std::vector<std::u16string> HtmlFormatParser::greaterCharNoContent() const {
   // Void elements: they never take a closing tag.
-  return {u"area",  u"base",  u"br",     u"col",   u"embed", u"hr",     u"img",   u"input",
-          u"link",  u"meta",  u"source", u"track", u"wbr",   u"param",  u"keygen", u"frame"};
+  return {u"area", u"base", u"br",     u"col",   u"embed", u"hr",    u"img",    u"input",
+          u"link", u"meta", u"source", u"track", u"wbr",   u"param", u"keygen", u"frame"};
 }
 
 long HtmlFormatParser::selectedKeywordsItemFocusDiff(const std::u16string& item) const {
@@ -451,8 +482,7 @@ void HtmlFormatParser::greaterCharTyped(ISuggestDelegate& delegate, std::size_t 
   if (!lt) return;
   const std::u16string written = scanElementNameWithRange(TextRange{*lt, gt - *lt});
   const std::u16string name = toLower(written);
-  if (name.empty() || name[0] == u'!' || name[0] == u'?' ||
-      contains(greaterCharNoAction(), name)) {
+  if (name.empty() || name[0] == u'!' || name[0] == u'?' || contains(greaterCharNoAction(), name)) {
     return;
   }
   // The '>' must end this tag, not sit inside one of its quoted values.
@@ -463,6 +493,9 @@ void HtmlFormatParser::greaterCharTyped(ISuggestDelegate& delegate, std::size_t 
   currentIndex = savedIndex;
   lastIndex = savedLast;
   if (!element || element->fullRange.end() != caret) return;
+  for (const auto& attr : element->children()) {
+    if (attr->value() && attr->value()->range.end() >= caret) return;
+  }
 
   if (contains(greaterCharNoContent(), name)) {
     if (previousCharIgnoreWhiteSpace(gt) == u'/') return;

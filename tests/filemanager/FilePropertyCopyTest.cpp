@@ -1,0 +1,222 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <random>
+
+#include "filemanager/FilePropertyCopyFile.h"
+#include "filemanager/FilePropertyCopyURLS.h"
+#include "filemanager/FileUtil.h"
+#include "filemanager/IActionProgress.h"
+#include "platform/NotificationCenter.h"
+#include "platform/NotificationNames.h"
+#include "support/TestSupport.h"
+
+namespace harbor {
+namespace {
+namespace fs = std::filesystem;
+using test::readFile;
+using test::writeFile;
+constexpr std::size_t kBlock = FilePropertyCopyFile::kBlockSize;
+
+std::string noise(std::size_t size, unsigned seed = 7) {
+  std::mt19937 engine(seed);
+  std::string s(size, '\0');
+  for (auto& c : s) c = static_cast<char>(engine());
+  return s;
+}
+
+// Runs `hook` once, on the first progress report of a copy.
+class OnFirstProgress : public ActionProgressCounter {
+ public:
+  explicit OnFirstProgress(std::function<void()> hook) : hook_(std::move(hook)) {}
+  using ActionProgressCounter::progressFinished;
+  void progressFinished(std::uint64_t units) override {
+    ActionProgressCounter::progressFinished(units);
+    if (hook_) std::exchange(hook_, nullptr)();
+  }
+
+ private:
+  std::function<void()> hook_;
+};
+
+// Files may not grow past `bytes` while it lives: a disk that fills up.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    ::getrlimit(RLIMIT_FSIZE, &saved_);
+    oldHandler_ = ::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{bytes, saved_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &saved_);
+    ::signal(SIGXFSZ, oldHandler_);
+  }
+
+ private:
+  rlimit saved_{};
+  sighandler_t oldHandler_;
+};
+
+class Copying : public test::TempHome {
+ protected:
+  void SetUp() override {
+    test::TempHome::SetUp();
+    src = root() / "src";
+    dst = root() / "dst";
+    fs::create_directories(src);
+    fs::create_directories(dst);
+  }
+  bool stagingLeft() const {
+    std::error_code ec;
+    return !fs::is_empty(FileUtil::tempBundleIdDirectory(), ec);
+  }
+  std::vector<std::string> names(const fs::path& dir) const {
+    std::vector<std::string> out;
+    for (const auto& e : fs::directory_iterator(dir)) out.push_back(e.path().filename().string());
+    std::sort(out.begin(), out.end());
+    return out;
+  }
+  fs::path src, dst;
+};
+
+TEST_F(Copying, OneFileInBlocks) {
+  writeFile(src / "empty", "");
+  FilePropertyCopyFile empty((src / "empty").string(), (dst / "empty").string(), true, false,
+                             nullptr);
+  EXPECT_TRUE(empty.execute());
+  EXPECT_EQ(empty.operationCount(), 0u);
+  EXPECT_TRUE(fs::exists(dst / "empty"));
+  EXPECT_EQ(fs::file_size(dst / "empty"), 0u);
+
+  const std::string twoBlocks = noise(kBlock + 1);
+  writeFile(src / "two", twoBlocks);
+  FilePropertyCopyFile two((src / "two").string(), (dst / "two").string(), true, false, nullptr);
+  EXPECT_TRUE(two.execute());
+  EXPECT_EQ(two.operationCount(), 2u);
+  EXPECT_EQ(readFile(dst / "two"), twoBlocks);
+
+  const std::string many = noise(3 * 1024 * 1024 + 17, 3);
+  writeFile(src / "many", many);
+  ActionProgressCounter progress;
+  FilePropertyCopyFile big((src / "many").string(), (dst / "many").string(), true, false,
+                           &progress);
+  EXPECT_TRUE(big.execute());
+  EXPECT_EQ(big.operationCount(), (many.size() + kBlock - 1) / kBlock);
+  EXPECT_EQ(progress.currentSize(), many.size());
+  EXPECT_EQ(readFile(dst / "many"), many);
+
+  // Copying a file onto itself must not empty it.
+  Error error;
+  EXPECT_FALSE(FilePropertyCopyFile::execute((src / "two").string(), (src / "two").string(), true,
+                                             false, nullptr, &error));
+  EXPECT_EQ(readFile(src / "two"), twoBlocks);
+  EXPECT_FALSE(FilePropertyCopyFile::execute((src / "missing").string(), (dst / "missing").string(),
+                                             true, false, nullptr, &error));
+  EXPECT_EQ(error.code, ENOENT);
+  EXPECT_FALSE(fs::exists(dst / "missing"));
+}
+
+TEST_F(Copying, BlocksAreWrittenInOrderAndTheCacheHoldsReadersBack) {
+  writeFile(src / "s", "x");
+  const fs::path target = dst / "t";
+  FilePropertyCopyFile copy((src / "s").string(), target.string(), true, false, nullptr);
+  auto block = [](char c) { return std::make_shared<const std::vector<char>>(kBlock, c); };
+
+  EXPECT_TRUE(copy.onWriteBuffer(block('b'), kBlock));
+  EXPECT_EQ(fs::file_size(target), 0u);
+  EXPECT_TRUE(copy.onWriteBuffer(block('a'), 0));
+  EXPECT_EQ(readFile(target), std::string(kBlock, 'a') + std::string(kBlock, 'b'));
+
+  // Nineteen blocks waiting for the one before them: the last is refused.
+  for (std::uint64_t i = 3; i < 21; ++i) EXPECT_TRUE(copy.onWriteBuffer(block('n'), i * kBlock));
+  EXPECT_FALSE(copy.onWriteBuffer(block('n'), 21 * kBlock));
+  // Offered again, a held block is not stored twice.
+  EXPECT_FALSE(copy.onWriteBuffer(block('n'), 21 * kBlock));
+  EXPECT_TRUE(copy.onWriteBuffer(block('c'), 2 * kBlock));
+  EXPECT_EQ(fs::file_size(target), 22 * kBlock);
+}
+
+TEST_F(Copying, ASelectionLandsUnderFreeNames) {
+  writeFile(src / "data/a.txt", "a");
+  writeFile(src / "data/deep/er/b.txt", "b");
+  fs::create_directories(src / "data/empty");
+  fs::create_symlink("a.txt", src / "data/link");
+  writeFile(src / "notes.txt", "n");
+  writeFile(src / "other/notes.txt", "other");
+  writeFile(dst / "notes.txt", "old");
+  fs::create_directories(dst / "data");
+
+  FilePropertyCopyURLS copy(
+      {(src / "data").string(), (src / "notes.txt").string(), (src / "other/notes.txt").string()},
+      dst.string(), nullptr);
+  ASSERT_TRUE(copy.execute()) << copy.error()->message;
+  EXPECT_EQ(copy.copiedPaths(),
+            (std::vector<std::string>{(dst / "data 2").string(), (dst / "notes 2.txt").string(),
+                                      (dst / "notes 3.txt").string()}));
+  EXPECT_EQ(readFile(dst / "notes.txt"), "old");
+  EXPECT_EQ(readFile(dst / "notes 3.txt"), "other");
+  EXPECT_EQ(readFile(dst / "data 2/deep/er/b.txt"), "b");
+  EXPECT_TRUE(fs::is_directory(dst / "data 2/empty"));
+  EXPECT_EQ(fs::read_symlink(dst / "data 2/link"), "a.txt");
+  EXPECT_FALSE(stagingLeft());
+}
+
+TEST_F(Copying, CancelledCopyLeavesTheDestinationUntouched) {
+  for (int i = 0; i < 4; ++i)
+    writeFile(src / "tree" / ("f" + std::to_string(i)), noise(5 * kBlock));
+  OnFirstProgress cancelSoon([] {
+    NotificationCenter::defaultCenter().post(notifications::FilePropertyCancelNotification);
+  });
+  Error error;
+  EXPECT_FALSE(FilePropertyCopyURLS::executeWithURLs({(src / "tree").string()}, dst.string(),
+                                                     &cancelSoon, &error));
+  EXPECT_EQ(error.code, ECANCELED);
+  EXPECT_TRUE(fs::is_empty(dst));
+  EXPECT_FALSE(stagingLeft());
+}
+
+TEST_F(Copying, AFullDiskIsReportedAndThePartialFileRemoved) {
+  writeFile(src / "big", noise(1024 * 1024));
+  writeFile(src / "folder/big", noise(1024 * 1024));
+  Error single, staged;
+  bool singleOk = true, stagedOk = true;
+  {
+    FileSizeLimit limit(300000);
+    singleOk = FilePropertyCopyFile::execute((src / "big").string(), (dst / "big").string(), true,
+                                             false, nullptr, &single);
+    stagedOk = FilePropertyCopyURLS::executeWithURLs({(src / "folder").string()}, dst.string(),
+                                                     nullptr, &staged);
+  }
+  EXPECT_FALSE(singleOk);
+  EXPECT_EQ(single.code, EFBIG);
+  EXPECT_FALSE(stagedOk);
+  EXPECT_EQ(staged.code, EFBIG);
+  EXPECT_TRUE(fs::is_empty(dst));
+  EXPECT_FALSE(stagingLeft());
+}
+
+TEST_F(Copying, ASourceThatShrinksOrVanishesFailsCleanly) {
+  const fs::path shrinking = src / "shrinking";
+  writeFile(shrinking, noise(3 * 1024 * 1024));
+  OnFirstProgress truncate([&] { fs::resize_file(shrinking, 100); });
+  Error error;
+  EXPECT_FALSE(FilePropertyCopyFile::execute(shrinking.string(), (dst / "s").string(), true, false,
+                                             &truncate, &error));
+  EXPECT_EQ(error.code, EIO);
+  EXPECT_FALSE(fs::exists(dst / "s"));
+
+  EXPECT_FALSE(FilePropertyCopyURLS::executeWithURLs({(src / "gone").string(), shrinking.string()},
+                                                     dst.string(), nullptr, &error));
+  EXPECT_EQ(error.code, ENOENT);
+  EXPECT_TRUE(fs::is_empty(dst));
+  EXPECT_FALSE(stagingLeft());
+}
+
+}  // namespace
+}  // namespace harbor
