@@ -380,7 +380,7 @@ int main(int argc, char** argv) {
       benchmark::RegisterBenchmark(
           name.c_str(),
           [tool = std::string(tool), size](benchmark::State& st) { throughput(st, tool, size); })
-          ->Iterations(3)
+          ->Iterations(2)
           ->Unit(benchmark::kMillisecond);
     }
   }
@@ -389,7 +389,7 @@ int main(int argc, char** argv) {
 
   // Processor time, so other work on the machine does not blur the ratio.
   std::printf(
-      "\nThroughput in MiB/s of processor time (best of 3 passes), detection and decoding:\n");
+      "\nThroughput in MiB/s of processor time (best of 2 passes), detection and decoding:\n");
   std::printf("%-8s %7s %10s %10s %10s %12s\n", "size", "files", "harbor", "uchardet", "enca",
               "vs uchardet");
   std::map<std::string, double> total;

@@ -56,13 +56,24 @@ double millisecondsOf(const std::function<void()>& work) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-double best(int runs, const std::function<void()>& prepare, const std::function<void()>& work) {
-  double out = 1e300;
-  for (int i = 0; i < runs; ++i) {
+struct Timing {
+  double ours = 1e300;
+  double peer = 1e300;
+};
+
+// Best of `runs` for each side, the two taking turns so that a busy moment
+// of the machine does not land on one side only.
+Timing compare(int runs, const std::function<void()>& prepare, const std::function<void()>& ours,
+               const std::function<void()>& peer) {
+  Timing t;
+  for (int i = 0; i < 2 * runs; ++i) {
+    const bool isOurs = (i % 4 == 0 || i % 4 == 3);  // ours, peer, peer, ours, ...
     if (prepare) prepare();
-    out = std::min(out, millisecondsOf(work));
+    double ms = millisecondsOf(isOurs ? ours : peer);
+    double& slot = isOurs ? t.ours : t.peer;
+    slot = std::min(slot, ms);
   }
-  return out;
+  return t;
 }
 
 // Runs a command with its output thrown away; false when it failed.
@@ -109,7 +120,8 @@ void writeBytes(const std::string& path, std::size_t size, std::size_t seed) {
   ::close(fd);
 }
 
-void row(const char* what, double ours, double peer) {
+void row(const char* what, const Timing& t) {
+  const double ours = t.ours, peer = t.peer;
   std::printf("  %-34s %10.1f %10.1f %8.2fx\n", what, ours, peer, peer > 0 ? ours / peer : 0.0);
   std::fflush(stdout);
 }
@@ -210,16 +222,18 @@ int main(int argc, char** argv) {
     Ascending delegate;
     for (const auto& order : orders) {
       std::size_t listed = 0;
-      double ours = best(opts.runs, nullptr, [&] {
-        harbor::FilePresenter presenter(dir.string(), &delegate);
-        presenter.setDisplayType(order.type);
-        presenter.configureSections();
-        listed = 0;
-        for (const auto& s : presenter.currentItems()) listed += s.size();
-      });
+      Timing t = compare(
+          opts.runs, nullptr,
+          [&] {
+            harbor::FilePresenter presenter(dir.string(), &delegate);
+            presenter.setDisplayType(order.type);
+            presenter.configureSections();
+            listed = 0;
+            for (const auto& s : presenter.currentItems()) listed += s.size();
+          },
+          [&] { run({"ls", order.flag, dir.string()}); });
       if (listed != listFiles) std::printf("  (listed %zu of %zu!)\n", listed, listFiles);
-      double peer = best(opts.runs, nullptr, [&] { run({"ls", order.flag, dir.string()}); });
-      row(order.name, ours, peer);
+      row(order.name, t);
     }
     dropTree(dir);
   }
@@ -242,11 +256,12 @@ int main(int argc, char** argv) {
     }
     std::printf("tree size of %zu entries\n", made + folders + 20);
     std::uint64_t bytes = 0;
-    double ours = best(opts.runs, nullptr, [&] {
-      bytes = harbor::FilePropertyTotalSize::filesizeWithURL(tree.string());
-    });
-    double peer = best(opts.runs, nullptr, [&] { run({"du", "-sb", tree.string()}); });
-    row("total size (du -sb)", ours, peer);
+    Timing t = compare(
+        opts.runs, nullptr,
+        [&] { bytes = harbor::FilePropertyTotalSize::filesizeWithURL(tree.string()); },
+        [&] { run({"du", "-sb", tree.string()}); });
+    if (bytes == 0) std::printf("  (nothing counted!)\n");
+    row("total size (du -sb)", t);
     dropTree(tree);
   }
 
@@ -267,19 +282,19 @@ int main(int argc, char** argv) {
       run({"sync"});
     };
     std::printf("copying\n");
+    auto freshBoth = [&] {
+      fresh(ourTarget);
+      fresh(peerTarget);
+    };
     bool ok = true;
-    double ours = best(
-        opts.runs, [&] { fresh(ourTarget); },
+    Timing t = compare(
+        opts.runs, freshBoth,
         [&] {
           ok = harbor::FilePropertyCopyURLS::executeWithURLs({small.string()}, ourTarget.string(),
                                                              nullptr) &&
                ok;
-        });
-    double peer = best(
-        opts.runs, [&] { fresh(peerTarget); },
-        [&] {
-          run({"cp", "-r", small.string(), peerTarget.string() + "/"});
-        });
+        },
+        [&] { run({"cp", "-r", small.string(), peerTarget.string() + "/"}); });
     auto copied =
         harbor::FilePropertyFileNumAndSize::instanceWithFileURL((ourTarget / "small").string());
     copied->execute();
@@ -289,7 +304,7 @@ int main(int argc, char** argv) {
     }
     char label[64];
     std::snprintf(label, sizeof label, "%zu small files (cp -r)", smallFiles);
-    row(label, ours, peer);
+    row(label, t);
     dropTree(small);
     dropTree(ourTarget);
     dropTree(peerTarget);
@@ -297,22 +312,18 @@ int main(int argc, char** argv) {
     if (opts.big) {
       const fs::path big = root / "big.bin";
       writeBytes(big.string(), bigBytes, 1);
-      ours = best(
-          opts.runs, [&] { fresh(ourTarget); },
+      t = compare(
+          opts.runs, freshBoth,
           [&] {
             ok = harbor::FilePropertyCopyURLS::executeWithURLs({big.string()}, ourTarget.string(),
                                                                nullptr);
-          });
+          },
+          [&] { run({"cp", "-r", big.string(), peerTarget.string() + "/"}); });
       if (!ok || fs::file_size(ourTarget / "big.bin") != bigBytes) {
         std::printf("  (big copy failed)\n");
       }
-      peer = best(
-          opts.runs, [&] { fresh(peerTarget); },
-          [&] {
-            run({"cp", "-r", big.string(), peerTarget.string() + "/"});
-          });
       std::snprintf(label, sizeof label, "one %zu MiB file (cp -r)", bigBytes >> 20);
-      row(label, ours, peer);
+      row(label, t);
     }
   }
 

@@ -126,7 +126,8 @@ bool PerlFormatParser::parseHereDoc() {
 
 bool PerlFormatParser::parseEqualSymbol() {
   if (currentCharStatic() != u'=') return false;
-  // POD starts with `=` in the first column; the start of the text counts.
+  // POD starts with `=` in the first column or at the start of the text;
+  // a `=` right after a `0` is taken as one as well.
   const char16_t before = previousOneChar();
   if (before == u'\n' || before == u'0' || before == 0) return parseComment();
   return parserDeclare();

@@ -1,0 +1,6 @@
+// build script
+def name = "Ada"
+println "Hi ${name}\n"
+def doc = """one
+two"""
+/* end */ task hello

@@ -1,0 +1,7 @@
+"""Module doc."""
+import os  # stdlib
+def greet(name='world'):
+    msg = """Hi,
+{}"""
+    return msg.format(name) + "\"!\""
+'''trailing block'''

@@ -1,0 +1,6 @@
+# greeting
+proc greet {who} {
+    set msg "Hello, $who\n"; # trailing
+    puts $msg
+}
+greet world; puts 'raw'
