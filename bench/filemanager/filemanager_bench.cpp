@@ -231,7 +231,9 @@ int main(int argc, char** argv) {
             listed = 0;
             for (const auto& s : presenter.currentItems()) listed += s.size();
           },
-          [&] { run({"ls", order.flag, dir.string()}); });
+          [&] {
+            run({"ls", order.flag, dir.string()});
+          });
       if (listed != listFiles) std::printf("  (listed %zu of %zu!)\n", listed, listFiles);
       row(order.name, t);
     }
@@ -259,7 +261,9 @@ int main(int argc, char** argv) {
     Timing t = compare(
         opts.runs, nullptr,
         [&] { bytes = harbor::FilePropertyTotalSize::filesizeWithURL(tree.string()); },
-        [&] { run({"du", "-sb", tree.string()}); });
+        [&] {
+          run({"du", "-sb", tree.string()});
+        });
     if (bytes == 0) std::printf("  (nothing counted!)\n");
     row("total size (du -sb)", t);
     dropTree(tree);
@@ -294,7 +298,9 @@ int main(int argc, char** argv) {
                                                              nullptr) &&
                ok;
         },
-        [&] { run({"cp", "-r", small.string(), peerTarget.string() + "/"}); });
+        [&] {
+          run({"cp", "-r", small.string(), peerTarget.string() + "/"});
+        });
     auto copied =
         harbor::FilePropertyFileNumAndSize::instanceWithFileURL((ourTarget / "small").string());
     copied->execute();
@@ -318,7 +324,9 @@ int main(int argc, char** argv) {
             ok = harbor::FilePropertyCopyURLS::executeWithURLs({big.string()}, ourTarget.string(),
                                                                nullptr);
           },
-          [&] { run({"cp", "-r", big.string(), peerTarget.string() + "/"}); });
+          [&] {
+            run({"cp", "-r", big.string(), peerTarget.string() + "/"});
+          });
       if (!ok || fs::file_size(ourTarget / "big.bin") != bigBytes) {
         std::printf("  (big copy failed)\n");
       }

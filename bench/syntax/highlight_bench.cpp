@@ -89,7 +89,7 @@ std::string htmlCorpus(const std::string& js) {
     out += "<script type=\"text/javascript\">\n" + js.substr(jsAt, 1500) + "\n</script>\n";
     jsAt = (jsAt + 1500) % (js.size() > 3000 ? js.size() - 3000 : 1);
   }
-  return cut(out, kFileBytes) + "</body></html>\n";
+  return cut(out, kFileBytes - 64) + "</body></html>\n";
 }
 
 double seconds(Clock::duration d) {

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <unicode/ustring.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>

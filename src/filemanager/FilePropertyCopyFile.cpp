@@ -48,8 +48,8 @@ ssize_t readAt(int fd, char* data, std::size_t size, std::uint64_t offset) {
 }  // namespace
 
 void FilePropertyCopyFileOperation::main() {
-  auto buffer = std::make_shared<std::vector<char>>(static_cast<std::size_t>(expectedSize_));
-  ssize_t n = readAt(sourceFd_, buffer->data(), buffer->size(), startPosition_);
+  auto buffer = std::make_shared<FileBlock>(static_cast<std::size_t>(expectedSize_));
+  ssize_t n = readAt(sourceFd_, buffer->data(), buffer->size, startPosition_);
   if (isCancelled()) return;
   if (n < 0 || static_cast<std::uint64_t>(n) != expectedSize_) {
     // A block that comes short means the file shrank under us: the writer
@@ -57,7 +57,7 @@ void FilePropertyCopyFileOperation::main() {
     delegate_->onReadFailed(startPosition_, n < 0 ? errno : 0);
     return;
   }
-  std::shared_ptr<const std::vector<char>> block = std::move(buffer);
+  std::shared_ptr<const FileBlock> block = std::move(buffer);
   while (!delegate_->onWriteBuffer(block, startPosition_)) {
     if (isCancelled()) return;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -128,14 +128,14 @@ bool FilePropertyCopyFile::execute() {
 
   if (totalSize_ <= kBlockSize) {
     // One block: a queue would only add a thread hand-over per small file.
-    std::vector<char> block(static_cast<std::size_t>(totalSize_));
-    ssize_t n = readAt(sourceHandle_, block.data(), block.size(), 0);
+    FileBlock block(static_cast<std::size_t>(totalSize_));
+    ssize_t n = readAt(sourceHandle_, block.data(), block.size, 0);
     int writeError = 0;
     if (n < 0 || static_cast<std::uint64_t>(n) != totalSize_) {
       fail(detail::posixError(n < 0 ? errno : EIO, "cannot read " + _sourcePath));
     } else if (isCurrentThreadCancelled() || queue_.isCancelled()) {
       fail(detail::posixError(ECANCELED, "copy of " + _sourcePath));
-    } else if (!writeAll(writeHandle_, block.data(), block.size(), writeError)) {
+    } else if (!writeAll(writeHandle_, block.data(), block.size, writeError)) {
       fail(detail::posixError(writeError, "cannot write " + _desPath));
     } else {
       currentWritePosition_ = totalSize_;
@@ -170,7 +170,7 @@ bool FilePropertyCopyFile::queueRead(std::uint64_t startPosition) {
       QueuePriority::Normal);
 }
 
-bool FilePropertyCopyFile::onWriteBuffer(std::shared_ptr<const std::vector<char>> buffer,
+bool FilePropertyCopyFile::onWriteBuffer(std::shared_ptr<const FileBlock> buffer,
                                          std::uint64_t startPosition) {
   std::uint64_t written = 0;
   bool taken = true;
@@ -184,14 +184,14 @@ bool FilePropertyCopyFile::onWriteBuffer(std::shared_ptr<const std::vector<char>
     for (auto it = cacheDatas_.find(currentWritePosition_); it != cacheDatas_.end();
          it = cacheDatas_.find(currentWritePosition_)) {
       int writeError = 0;
-      if (!writeAll(writeHandle_, it->second->data(), it->second->size(), writeError)) {
+      if (!writeAll(writeHandle_, it->second->data(), it->second->size, writeError)) {
         error_ = detail::posixError(writeError, "cannot write " + _desPath);
         cacheDatas_.clear();
         failed = true;
         break;
       }
-      currentWritePosition_ += it->second->size();
-      written += it->second->size();
+      currentWritePosition_ += it->second->size;
+      written += it->second->size;
       cacheDatas_.erase(it);
     }
     // Each new block starts the read of the next one, keeping every reader

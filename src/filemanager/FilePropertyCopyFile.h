@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -16,13 +17,23 @@ namespace harbor {
 
 class IActionProgress;
 
+// One block of a file as it was read; left unzeroed, the read fills it.
+struct FileBlock {
+  explicit FileBlock(std::size_t n) : bytes(new char[n]), size(n) {}
+  FileBlock(std::size_t n, char fill) : FileBlock(n) { std::fill_n(bytes.get(), n, fill); }
+  char* data() { return bytes.get(); }
+  const char* data() const { return bytes.get(); }
+  std::unique_ptr<char[]> bytes;
+  std::size_t size;
+};
+
 // Where a block read takes its data.
 class IFilePropertyCopyFileOperation {
  public:
   virtual ~IFilePropertyCopyFileOperation() = default;
   // True when the block was taken; false asks the reader to offer it again
   // shortly, which holds it back while the writer catches up.
-  virtual bool onWriteBuffer(std::shared_ptr<const std::vector<char>> buffer,
+  virtual bool onWriteBuffer(std::shared_ptr<const FileBlock> buffer,
                              std::uint64_t startPosition) = 0;
   // The block at `startPosition` could not be read in full.
   virtual void onReadFailed(std::uint64_t startPosition, int errorNumber) = 0;
@@ -76,8 +87,7 @@ class FilePropertyCopyFile : public IFilePropertyCopyFileOperation {
   // on the caller's thread and queues none.
   std::size_t operationCount() const { return queue_.addedCount(); }
 
-  bool onWriteBuffer(std::shared_ptr<const std::vector<char>> buffer,
-                     std::uint64_t startPosition) override;
+  bool onWriteBuffer(std::shared_ptr<const FileBlock> buffer, std::uint64_t startPosition) override;
   void onReadFailed(std::uint64_t startPosition, int errorNumber) override;
 
  private:
@@ -100,7 +110,7 @@ class FilePropertyCopyFile : public IFilePropertyCopyFileOperation {
   std::uint64_t currentReadPosition_ = 0;
   std::uint64_t currentWritePosition_ = 0;
   std::uint64_t totalSize_ = 0;
-  std::map<std::uint64_t, std::shared_ptr<const std::vector<char>>> cacheDatas_;
+  std::map<std::uint64_t, std::shared_ptr<const FileBlock>> cacheDatas_;
   std::optional<Error> error_;
 };
 

@@ -126,7 +126,7 @@ TEST_F(Copying, BlocksAreWrittenInOrderAndTheCacheHoldsReadersBack) {
   writeFile(src / "s", "x");
   const fs::path target = dst / "t";
   FilePropertyCopyFile copy((src / "s").string(), target.string(), true, false, nullptr);
-  auto block = [](char c) { return std::make_shared<const std::vector<char>>(kBlock, c); };
+  auto block = [](char c) { return std::make_shared<const FileBlock>(kBlock, c); };
 
   EXPECT_TRUE(copy.onWriteBuffer(block('b'), kBlock));
   EXPECT_EQ(fs::file_size(target), 0u);

@@ -1,4 +1,4 @@
-package demo;
+﻿package demo;
 /** Docs. */
 public class Tally {
   @Override

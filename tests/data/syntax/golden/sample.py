@@ -1,7 +1,7 @@
-"""Module doc."""
+"""Módulo doc."""
 import os  # stdlib
-def greet(name='world'):
+def greet(name='wörld'):
     msg = """Hi,
 {}"""
-    return msg.format(name) + "\"!\""
+    return msg.format(name) + "\"😀\""
 '''trailing block'''

@@ -5,3 +5,4 @@ if [ $# -eq 0 ]; then
 fi
 tag=v1#beta  # the word keeps its '#'
 printf '%s\n' "$HOME" $USER
+echo done # no newline

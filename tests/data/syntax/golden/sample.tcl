@@ -4,3 +4,4 @@ proc greet {who} {
     puts $msg
 }
 greet world; puts 'raw'
+puts "
