@@ -2,7 +2,7 @@
 // ls -l with the matching sort, du -sb and cp -r. Each side runs on the same
 // warm trees, best of a few runs, and the ratio (harbor / peer) is printed.
 //
-//   filemanager_bench [--scale S] [--runs N] [--dir PATH] [--no-big]
+//   filemanager_bench [--scale S] [--runs N] [--dir PATH] [--no-big] [--only list|size|copy]
 //
 // At scale 1 the trees are 100 000 files to list, 200 000 entries to size,
 // 50 000 small files and one 2 GiB file to copy; HARBOR_BENCH_SCALE works
@@ -41,6 +41,8 @@ struct Options {
   int runs = 3;
   std::string dir;
   bool big = true;
+  std::string only;  // "list", "size" or "copy"; empty runs all
+  bool wants(const char* part) const { return only.empty() || only == part; }
 };
 
 class Ascending : public harbor::IFilePresenter {
@@ -151,8 +153,13 @@ Options parse(int argc, char** argv) {
       o.dir = next();
     } else if (a == "--no-big") {
       o.big = false;
+    } else if (a == "--only") {
+      o.only = next();
     } else {
-      std::fprintf(stderr, "usage: %s [--scale S] [--runs N] [--dir PATH] [--no-big]\n", argv[0]);
+      std::fprintf(
+          stderr,
+          "usage: %s [--scale S] [--runs N] [--dir PATH] [--no-big] [--only list|size|copy]\n",
+          argv[0]);
       std::exit(2);
     }
   }
@@ -191,7 +198,7 @@ int main(int argc, char** argv) {
   std::printf("  %-34s %10s %10s %9s\n", "", "harbor ms", "peer ms", "ratio");
 
   // ---- Listing -------------------------------------------------------------
-  {
+  if (opts.wants("list")) {
     const fs::path dir = root / "list";
     fs::create_directories(dir);
     const char* extensions[] = {".txt", ".png", ".mp3", ".pdf", "", ".cpp", ".heic", ".zip"};
@@ -241,7 +248,7 @@ int main(int argc, char** argv) {
   }
 
   // ---- Tree size -----------------------------------------------------------
-  {
+  if (opts.wants("size")) {
     const fs::path tree = root / "tree";
     // 20 folders of 20 folders, the files spread over them.
     const std::size_t folders = 20 * 20;
@@ -270,7 +277,7 @@ int main(int argc, char** argv) {
   }
 
   // ---- Copying -------------------------------------------------------------
-  {
+  if (opts.wants("copy")) {
     const fs::path small = root / "small";
     const std::size_t folders = std::max<std::size_t>(1, smallFiles / 500);
     for (std::size_t i = 0; i < smallFiles; ++i) {

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "cli/Commands.h"
+#include "encoding/DetectorCharacter.h"
 #include "platform/TextStorage.h"
 #include "platform/Unicode.h"
 #include "syntax/CodeFactory.h"
@@ -20,12 +21,16 @@ namespace {
 namespace fs = std::filesystem;
 using ordered_json = nlohmann::ordered_json;
 
-std::optional<std::string> readBytes(const std::string& path) {
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return std::nullopt;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+// The file's text as the editor reads it: through encoding detection.
+std::optional<std::u16string> readText(const std::string& path) {
+  Error error;
+  auto text = DetectorCharacter::detectorWithFilePath(path, nullptr, &error);
+  if (!text) {
+    std::cerr << "harbor: cannot read " << path;
+    if (!error.message.empty()) std::cerr << ": " << error.message;
+    std::cerr << "\n";
+  }
+  return text;
 }
 
 std::string extensionOf(const std::string& path) {
@@ -117,12 +122,9 @@ struct Options {
 };
 
 int runHighlight(const Options& o) {
-  auto bytes = readBytes(o.file);
-  if (!bytes) {
-    std::cerr << "harbor: cannot read " << o.file << "\n";
-    return 1;
-  }
-  TextStorage storage(toUtf16(*bytes));
+  auto text = readText(o.file);
+  if (!text) return 1;
+  TextStorage storage(std::move(*text));
   auto parser = parserFor(o.file, o.lang);
   parser->parserSmart(storage);
   std::string format = o.format;
@@ -159,11 +161,8 @@ int runWhich(const Options& o) {
 }
 
 int runComment(const Options& o, bool uncomment) {
-  auto bytes = readBytes(o.file);
-  if (!bytes) {
-    std::cerr << "harbor: cannot read " << o.file << "\n";
-    return 1;
-  }
+  auto text = readText(o.file);
+  if (!text) return 1;
   std::size_t location = 0, length = 0;
   char comma = 0;
   std::istringstream rs(o.range);
@@ -171,7 +170,7 @@ int runComment(const Options& o, bool uncomment) {
     std::cerr << "harbor: --range takes LOCATION,LENGTH\n";
     return 2;
   }
-  TextStorage storage(toUtf16(*bytes));
+  TextStorage storage(std::move(*text));
   if (location + length > storage.length()) {
     std::cerr << "harbor: the range lies outside the text (" << storage.length() << " units)\n";
     return 1;

@@ -20,6 +20,11 @@ struct Entry {
   const char* icu;  // nullptr: no converter here
   const char* display;
   bool ownMark;  // the converter keeps a leading U+FEFF that we drop
+  // Read through a superset's converter (ISO-8859-1 as windows-1252): text
+  // that is really in the subset never holds the C1 controls where the two
+  // differ, and files named or detected as the subset are in practice the
+  // superset, as browsers know. Such a row never answers for the converter.
+  bool superset = false;
 };
 
 // The table numbers are the platform's; the names are IANA's where IANA has
@@ -37,7 +42,7 @@ constexpr Entry kEntries[] = {
     {0x0600, "US-ASCII ASCII ANSI_X3.4-1968 ISO646-US us csASCII iso-ir-6", "US-ASCII",
      "Western (ASCII)", false},
     {0x0201, "ISO-8859-1 ISO_8859-1 ISO_8859-1:1987 latin1 l1 iso-ir-100 IBM819 CP819 csISOLatin1",
-     "ISO-8859-1", "Western (ISO Latin 1)", false},
+     "ibm-5348_P100-1997", "Western (ISO Latin 1)", false, true},
     {0x0202, "ISO-8859-2 ISO_8859-2 latin2 l2 iso-ir-101 csISOLatin2", "ibm-912_P100-1995",
      "Central European (ISO Latin 2)", false},
     {0x0203, "ISO-8859-3 ISO_8859-3 latin3 l3 csISOLatin3", "ibm-913_P100-2000",
@@ -52,8 +57,8 @@ constexpr Entry kEntries[] = {
      "ibm-9005_X110-2007", "Greek (ISO 8859-7)", false},
     {0x0208, "ISO-8859-8 ISO_8859-8 ISO-8859-8-I ISO-8859-8-E hebrew csISOLatinHebrew",
      "ibm-5012_P100-1999", "Hebrew (ISO 8859-8)", false},
-    {0x0209, "ISO-8859-9 ISO_8859-9 latin5 l5 csISOLatin5", "ibm-920_P100-1995",
-     "Turkish (ISO Latin 5)", false},
+    {0x0209, "ISO-8859-9 ISO_8859-9 latin5 l5 csISOLatin5", "ibm-5350_P100-1998",
+     "Turkish (ISO Latin 5)", false, true},
     {0x020A, "ISO-8859-10 latin6 l6 csISOLatin6", "iso-8859_10-1998", "Nordic (ISO Latin 6)",
      false},
     {0x020B, "ISO-8859-11", "iso-8859_11-2001", "Thai (ISO 8859-11)", false},
@@ -175,7 +180,7 @@ const Index& index() {
       if (U_FAILURE(status) || !cnv) continue;
       i.available.push_back(e.table);
       // Several table rows may share a converter; the first row answers.
-      i.byConverter.emplace(ucnv_getName(cnv, &status), &e);
+      if (!e.superset) i.byConverter.emplace(ucnv_getName(cnv, &status), &e);
       ucnv_close(cnv);
     }
     return i;

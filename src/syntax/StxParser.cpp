@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "encoding/DetectorCharacter.h"
 #include "platform/Unicode.h"
 
 namespace harbor {
@@ -92,6 +93,13 @@ void StxParser::parserData(std::string_view bytes) {
     ok = decodeUtf16(bytes.substr(2), true, text);
   } else {
     ok = decodeUtf8(bytes, text);
+    if (!ok) {
+      // Not UTF-8: a definition written in a legacy encoding.
+      if (auto detected = DetectorCharacter::detectorWithData(bytes, nullptr)) {
+        text = std::move(*detected);
+        ok = true;
+      }
+    }
   }
   if (ok) parserString(text);
 }

@@ -25,8 +25,8 @@ class StxParser {
   // Reads and parses the file; an absent or unreadable file leaves every
   // field empty. Reports nothing.
   void parserURL(const std::filesystem::path& file);
-  // Parses raw file bytes (BOM-marked UTF-16/UTF-8, else UTF-8). Bytes that
-  // do not decode leave the description empty.
+  // Parses raw file bytes: BOM-marked UTF-16/UTF-8, else UTF-8, else the
+  // detected encoding. Bytes that do not decode leave the description empty.
   void parserData(std::string_view bytes);
   // Parses already decoded text.
   void parserString(std::u16string_view text);

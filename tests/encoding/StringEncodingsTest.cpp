@@ -52,6 +52,8 @@ TEST(StringEncodings, ConverterNamesBothWays) {
   EXPECT_EQ(SE::stringEncodingForConverterName("ibm-5347_P100-1998"), 11u);
   EXPECT_EQ(SE::stringEncodingForConverterName("cp1251"), 11u);
   EXPECT_EQ(SE::stringEncodingForConverterName("SJIS"), numberOf("Shift_JIS"));
+  EXPECT_EQ(SE::stringEncodingForConverterName("ISO-8859-1"), kInvalidStringEncoding);
+  EXPECT_EQ(SE::stringEncodingForConverterName("windows-1252"), 12u);
   EXPECT_EQ(SE::stringEncodingForConverterName("no-such-converter"), kInvalidStringEncoding);
   // In the table but without a converter here: named, never listed or decoded.
   const StringEncoding latin10 = numberOf("ISO-8859-16");
@@ -85,6 +87,12 @@ TEST(StringEncodings, DecodingFailsInsteadOfReplacing) {
   EXPECT_FALSE(SE::decode(std::string("a\0b", 3), 4));
   EXPECT_FALSE(SE::decode(std::string("a\0\0\0", 4), numberOf("UTF-16LE")));
   EXPECT_FALSE(SE::decode("\x81", 5));
+  // Latin-1 reads as its superset windows-1252, as files so named really are.
+  EXPECT_EQ(utf8(SE::decode("\x93"
+                            "caf\xE9\x94",
+                            5)),
+            "\xE2\x80\x9C"
+            "caf\xC3\xA9\xE2\x80\x9D");
   EXPECT_FALSE(SE::decode("\x81", 12));  // unassigned in windows-1252
   EXPECT_EQ(utf8(SE::decode("\x80\x93", 12)), "\xE2\x82\xAC\xE2\x80\x9C");
   EXPECT_EQ(utf8(SE::decode("\tline\r\n\f\x1B[0m", 4)), "\tline\r\n\f\x1B[0m");
