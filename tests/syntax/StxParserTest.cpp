@@ -184,8 +184,14 @@ TEST(StxParser, FileDecoding) {
   test::writeFile(dir / "bom8.stx", "\xEF\xBB\xBF#LINECOMMENT=--\n");
   EXPECT_EQ(StxParser(dir / "bom8.stx").lineComment, u"--");
 
-  // Bytes that do not decode read as an unreadable file.
-  test::writeFile(dir / "bad.stx", "#LINECOMMENT=//\n\xC3\x28\n");
+  // Not UTF-8: the encoding is detected.
+  test::writeFile(dir / "latin1.stx", "; caf\xE9 au lait\n#LINECOMMENT=//\n#KEYWORD=K\ncaf\xE9\n");
+  StxParser latin1(dir / "latin1.stx");
+  EXPECT_EQ(latin1.lineComment, u"//");
+  EXPECT_EQ(latin1.findKeyword(u"caf\u00E9"), 0);
+
+  // Bytes that decode as nothing read as an unreadable file.
+  test::writeFile(dir / "bad.stx", std::string("\xFE\xFF#\x00L", 5));
   StxParser bad(dir / "bad.stx");
   EXPECT_TRUE(bad.lineComment.empty());
   EXPECT_TRUE(bad.escape.empty());
