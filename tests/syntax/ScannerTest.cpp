@@ -3,6 +3,7 @@
 #include "platform/Unicode.h"
 #include "syntax/CodeFactory.h"
 #include "syntax/CodeFormatParser.h"
+#include "syntax/LexicalParser.h"
 
 namespace harbor {
 namespace {
@@ -172,6 +173,25 @@ TEST(CommentToggling, BlockOnlyLanguages) {
 
   auto none = scan(u"#KEYWORD=k\nx\n", u"text");
   EXPECT_FALSE(none.parser->comments(TextRange{0, 4}).has_value());
+}
+
+}  // namespace
+}  // namespace harbor
+
+namespace harbor {
+namespace {
+
+TEST(LexicalParser, PrimitivesStopAtTheEnd) {
+  JsLexParser p;
+  p.setText(u"ab");
+  EXPECT_EQ(p.commentOn(), u"/*");
+  EXPECT_EQ(p.currentChar(), u'a');
+  EXPECT_EQ(p.currentStringStatic(), u"b");
+  EXPECT_EQ(p.currentString(), u"b");
+  EXPECT_EQ(p.currentChar(), 0);
+  EXPECT_FALSE(p.isCanContinue());
+  EXPECT_EQ(LexicalParser::currentRange(TextRange{1, 5}, u"ab"), u"b");
+  EXPECT_EQ(LexicalParser::currentRange(TextRange{9, 1}, u"ab"), u"");
 }
 
 }  // namespace
