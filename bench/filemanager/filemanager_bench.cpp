@@ -65,12 +65,12 @@ struct Timing {
 
 // Best of `runs` for each side, the two taking turns so that a busy moment
 // of the machine does not land on one side only.
-Timing compare(int runs, const std::function<void()>& prepare, const std::function<void()>& ours,
-               const std::function<void()>& peer) {
+Timing compare(int runs, const std::function<void(bool ours)>& prepare,
+               const std::function<void()>& ours, const std::function<void()>& peer) {
   Timing t;
   for (int i = 0; i < 2 * runs; ++i) {
     const bool isOurs = (i % 4 == 0 || i % 4 == 3);  // ours, peer, peer, ours, ...
-    if (prepare) prepare();
+    if (prepare) prepare(isOurs);
     double ms = millisecondsOf(isOurs ? ours : peer);
     double& slot = isOurs ? t.ours : t.peer;
     slot = std::min(slot, ms);
@@ -98,7 +98,7 @@ bool run(std::vector<std::string> argv) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-void writeBytes(const std::string& path, std::size_t size, std::size_t seed) {
+void writeBytes(const std::string& path, std::size_t size, std::size_t shift) {
   static std::string pattern = [] {
     std::string p(1 << 20, '\0');
     for (std::size_t i = 0; i < p.size(); ++i) p[i] = static_cast<char>((i * 131 + i / 977) | 1);
@@ -109,7 +109,7 @@ void writeBytes(const std::string& path, std::size_t size, std::size_t seed) {
     std::perror(path.c_str());
     std::exit(1);
   }
-  std::size_t offset = seed % 4096;
+  std::size_t offset = shift % 4096;
   while (size > 0) {
     std::size_t n = std::min(size, pattern.size() - offset);
     if (::write(fd, pattern.data() + offset, n) != static_cast<ssize_t>(n)) {
@@ -169,16 +169,12 @@ Options parse(int argc, char** argv) {
 
 }  // namespace
 
+namespace {
+int benchmark(const Options& opts, const fs::path& work);
+}
+
 int main(int argc, char** argv) {
   const Options opts = parse(argc, argv);
-  auto scaled = [&](double n, std::size_t least) {
-    return std::max(least, static_cast<std::size_t>(n * opts.scale));
-  };
-  const std::size_t listFiles = scaled(100000, 10);
-  const std::size_t treeEntries = scaled(200000, 1000);
-  const std::size_t smallFiles = scaled(50000, 100);
-  const std::size_t bigBytes = scaled(2.0 * (1u << 30), 1u << 20);
-
   std::string base = opts.dir.empty() ? fs::temp_directory_path().string() : opts.dir;
   std::string templ = base + "/harbor-fm-bench-XXXXXX";
   if (!::mkdtemp(templ.data())) {
@@ -190,6 +186,25 @@ int main(int argc, char** argv) {
   ::setenv("HARBOR_ROOT", (work / "root").c_str(), 1);
   ::setenv("XDG_DATA_HOME", (work / "data").c_str(), 1);
   ::setenv("XDG_CONFIG_HOME", (work / "config").c_str(), 1);
+  int rc = 1;
+  try {
+    rc = benchmark(opts, work);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "benchmark failed: %s\n", e.what());
+  }
+  dropTree(work);
+  return rc;
+}
+
+namespace {
+int benchmark(const Options& opts, const fs::path& work) {
+  auto scaled = [&](double n, std::size_t least) {
+    return std::max(least, static_cast<std::size_t>(n * opts.scale));
+  };
+  const std::size_t listFiles = scaled(100000, 10);
+  const std::size_t treeEntries = scaled(200000, 1000);
+  const std::size_t smallFiles = scaled(50000, 100);
+  const std::size_t bigBytes = scaled(2.0 * (1u << 30), 1u << 20);
   const fs::path root = work / "root";
   fs::create_directories(root);
 
@@ -244,7 +259,6 @@ int main(int argc, char** argv) {
       if (listed != listFiles) std::printf("  (listed %zu of %zu!)\n", listed, listFiles);
       row(order.name, t);
     }
-    dropTree(dir);
   }
 
   // ---- Tree size -----------------------------------------------------------
@@ -273,7 +287,6 @@ int main(int argc, char** argv) {
         });
     if (bytes == 0) std::printf("  (nothing counted!)\n");
     row("total size (du -sb)", t);
-    dropTree(tree);
   }
 
   // ---- Copying -------------------------------------------------------------
@@ -285,31 +298,34 @@ int main(int argc, char** argv) {
       if (i < folders) fs::create_directories(folder);
       writeBytes((folder / ("s" + std::to_string(i) + ".txt")).string(), 512 + (i * 61) % 3584, i);
     }
-    const fs::path ourTarget = work / "out-harbor";
-    const fs::path peerTarget = work / "out-cp";
-    auto fresh = [&](const fs::path& p) {
-      dropTree(p);
-      fs::create_directories(p);
+    // Every run copies into a folder of its own and nothing is removed
+    // until the end: on a file system without a journal, inodes freed a
+    // moment ago make new ones slow to allocate, and that would time the
+    // clean-up rather than the copy.
+    int round = 0;
+    auto target = [&](bool ours) {
+      return work / ((ours ? "out-harbor-" : "out-cp-") + std::to_string(round / 2));
+    };
+    auto fresh = [&](bool ours) {
+      fs::create_directories(target(ours));
       run({"sync"});
     };
     std::printf("copying\n");
-    auto freshBoth = [&] {
-      fresh(ourTarget);
-      fresh(peerTarget);
-    };
     bool ok = true;
     Timing t = compare(
-        opts.runs, freshBoth,
+        opts.runs, fresh,
         [&] {
-          ok = harbor::FilePropertyCopyURLS::executeWithURLs({small.string()}, ourTarget.string(),
-                                                             nullptr) &&
+          ok = harbor::FilePropertyCopyURLS::executeWithURLs({small.string()},
+                                                             target(true).string(), nullptr) &&
                ok;
+          ++round;
         },
         [&] {
-          run({"cp", "-r", small.string(), peerTarget.string() + "/"});
+          run({"cp", "-r", small.string(), target(false).string() + "/"});
+          ++round;
         });
-    auto copied =
-        harbor::FilePropertyFileNumAndSize::instanceWithFileURL((ourTarget / "small").string());
+    auto copied = harbor::FilePropertyFileNumAndSize::instanceWithFileURL(
+        (work / "out-harbor-0" / "small").string());
     copied->execute();
     if (!ok || copied->fileNumber() != smallFiles) {
       std::printf("  (copy incomplete: %llu of %zu files)\n",
@@ -318,15 +334,21 @@ int main(int argc, char** argv) {
     char label[64];
     std::snprintf(label, sizeof label, "%zu small files (cp -r)", smallFiles);
     row(label, t);
-    dropTree(small);
-    dropTree(ourTarget);
-    dropTree(peerTarget);
 
     if (opts.big) {
       const fs::path big = root / "big.bin";
       writeBytes(big.string(), bigBytes, 1);
+      const fs::path ourTarget = work / "big-harbor";
+      const fs::path peerTarget = work / "big-cp";
+      // One file each: removing it between runs frees a single inode.
+      auto freshBig = [&](bool ours) {
+        const fs::path& p = ours ? ourTarget : peerTarget;
+        dropTree(p);
+        fs::create_directories(p);
+        run({"sync"});
+      };
       t = compare(
-          opts.runs, freshBoth,
+          opts.runs, freshBig,
           [&] {
             ok = harbor::FilePropertyCopyURLS::executeWithURLs({big.string()}, ourTarget.string(),
                                                                nullptr);
@@ -334,14 +356,17 @@ int main(int argc, char** argv) {
           [&] {
             run({"cp", "-r", big.string(), peerTarget.string() + "/"});
           });
-      if (!ok || fs::file_size(ourTarget / "big.bin") != bigBytes) {
+      std::error_code ec;
+      if (!ok || fs::file_size(ourTarget / "big.bin", ec) != bigBytes) {
         std::printf("  (big copy failed)\n");
       }
       std::snprintf(label, sizeof label, "one %zu MiB file (cp -r)", bigBytes >> 20);
       row(label, t);
+      dropTree(ourTarget);
+      dropTree(peerTarget);
     }
   }
 
-  dropTree(work);
   return 0;
 }
+}  // namespace

@@ -13,8 +13,8 @@ namespace {
 
 // Keeps the stored value from being read at a glance; it is not meant to
 // resist someone who has the program.
-constexpr std::string_view kKeySeed = "harbor.file-lock.v1:5d1f0c7e-3a94-4b62-9e08-c71a2f6b8d35";
-constexpr std::string_view kIvSeed = "harbor.file-lock.iv:8b3e9a21";
+constexpr std::string_view kKeyText = "harbor.file-lock.v1:5d1f0c7e-3a94-4b62-9e08-c71a2f6b8d35";
+constexpr std::string_view kIvText = "harbor.file-lock.iv:8b3e9a21";
 
 struct Material {
   std::array<unsigned char, 32> key{};
@@ -24,10 +24,10 @@ struct Material {
 const Material& material() {
   static const Material m = [] {
     Material out;
-    SHA256(reinterpret_cast<const unsigned char*>(kKeySeed.data()), kKeySeed.size(),
+    SHA256(reinterpret_cast<const unsigned char*>(kKeyText.data()), kKeyText.size(),
            out.key.data());
     std::array<unsigned char, 32> ivHash{};
-    SHA256(reinterpret_cast<const unsigned char*>(kIvSeed.data()), kIvSeed.size(), ivHash.data());
+    SHA256(reinterpret_cast<const unsigned char*>(kIvText.data()), kIvText.size(), ivHash.data());
     std::copy_n(ivHash.begin(), out.iv.size(), out.iv.begin());
     return out;
   }();

@@ -75,21 +75,34 @@ FilePropertyCopyFile::FilePropertyCopyFile(std::string sourcePath, std::string d
       _isAppend(isAppend),
       _delegate(delegate),
       queue_(kReaders, "harbor-copy", {notifications::FilePropertyCancelNotification}) {
-  // Making the target anew must never truncate the source itself.
+  // The source is opened first: the target takes its permissions, and must
+  // never turn out to be the source itself before it is emptied.
   struct stat src, des;
-  if (::stat(_sourcePath.c_str(), &src) == 0 && ::stat(_desPath.c_str(), &des) == 0 &&
-      src.st_dev == des.st_dev && src.st_ino == des.st_ino) {
-    error_ = detail::posixError(EINVAL, _desPath + " is the source itself");
+  sourceHandle_ = ::open(_sourcePath.c_str(), O_RDONLY | O_CLOEXEC);
+  if (sourceHandle_ < 0 || ::fstat(sourceHandle_, &src) != 0) {
+    error_ = detail::posixError(errno, "cannot read " + _sourcePath);
     return;
   }
-  writeHandle_ = ::open(_desPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
-  if (writeHandle_ < 0) {
+  if (!S_ISREG(src.st_mode)) {
+    error_ = detail::posixError(EINVAL, _sourcePath + " is not a file");
+    return;
+  }
+  totalSize_ = static_cast<std::uint64_t>(src.st_size);
+  writeHandle_ = ::open(_desPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, src.st_mode & 07777);
+  if (writeHandle_ < 0 || ::fstat(writeHandle_, &des) != 0) {
     error_ = detail::posixError(errno, "cannot create " + _desPath);
     return;
   }
-  if (::fstat(writeHandle_, &des) == 0) {
-    targetDevice_ = des.st_dev;
-    targetInode_ = des.st_ino;
+  if (des.st_dev == src.st_dev && des.st_ino == src.st_ino) {
+    error_ = detail::posixError(EINVAL, _desPath + " is the source itself");
+    ::close(writeHandle_);
+    writeHandle_ = -1;
+    return;
+  }
+  targetDevice_ = des.st_dev;
+  targetInode_ = des.st_ino;
+  if (des.st_size != 0 && ::ftruncate(writeHandle_, 0) != 0) {
+    error_ = detail::posixError(errno, "cannot write " + _desPath);
   }
 }
 
@@ -110,20 +123,7 @@ bool FilePropertyCopyFile::execute(const std::string& sourcePath, const std::str
 }
 
 bool FilePropertyCopyFile::execute() {
-  if (writeHandle_ < 0) return finish(false);
-  sourceHandle_ = ::open(_sourcePath.c_str(), O_RDONLY | O_CLOEXEC);
-  struct stat st;
-  if (sourceHandle_ < 0 || ::fstat(sourceHandle_, &st) != 0) {
-    fail(detail::posixError(errno, "cannot read " + _sourcePath));
-    return finish(false);
-  }
-  if (!S_ISREG(st.st_mode)) {
-    fail(detail::posixError(EINVAL, _sourcePath + " is not a file"));
-    return finish(false);
-  }
-  totalSize_ = static_cast<std::uint64_t>(st.st_size);
-  // Keeps the source's permissions rather than the creation mode.
-  ::fchmod(writeHandle_, st.st_mode & 07777);
+  if (writeHandle_ < 0 || error_) return finish(false);
   if (totalSize_ == 0) return finish(true);
 
   if (totalSize_ <= kBlockSize) {

@@ -62,8 +62,9 @@ class FilePropertyCopyFileOperation : public Operation {
 
 // A copy of one file in blocks of 102400 bytes: up to six blocks are read at
 // once, in any order, and written strictly in order; at most 19 blocks wait
-// in memory. The target is made anew when the object is built. A copy that
-// fails or is cancelled removes what it wrote.
+// in memory. The target is made anew, with the source's permissions, when
+// the object is built. A copy that fails or is cancelled removes what it
+// wrote.
 class FilePropertyCopyFile : public IFilePropertyCopyFileOperation {
  public:
   static constexpr std::uint64_t kBlockSize = 102400;

@@ -184,6 +184,8 @@ bool FilePropertyCopyURLS::execute() {
       break;
     }
     if (S_ISDIR(st.st_mode)) {
+      // Made now, so a later item of the same name sees the place taken.
+      if (!createFolder(stagedPath)) break;
       staged.push_back({stagedPath, name, true});
       addOpeartion(std::make_shared<FilePropertyCopyURLSOperaion>(
                        path, std::string(), FileUtil::getFileName(stagedPath), this),

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unicode/locid.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <thread>
@@ -192,6 +193,48 @@ TEST_F(FileListModel, DateAndSizeOrdersMakeOneUntitledSection) {
   // The loaders give the same answer on a list of paths as on a listing.
   p.loadDateSection({dir + "/mid", dir + "/small", dir + "/big"});
   EXPECT_EQ(p.currentItems(), (Sections{{dir + "/small", dir + "/mid", dir + "/big"}}));
+}
+
+TEST_F(FileListModel, LinksAndOddNamesAreListedAsTheyStand) {
+  const std::string dir = folder("l", {"target/", "a.txt"});
+  writeFile(dir + "/b.txt", std::string(500, 'b'));
+  writeFile(dir + "/bad\xff.txt", "");
+  fs::create_directory_symlink(dir + "/target", dir + "/folderlink");
+  fs::create_symlink(dir + "/missing", dir + "/dangling");
+  FilePresenter p(dir, &browser);
+  p.setFileterType(ExtensionMap{{"txt", ""}});
+  // A link to a folder is a folder and passes any filter; a dangling one is
+  // a file without an extension.
+  EXPECT_EQ(listed(p), (Sections{{dir + "/a.txt"},
+                                 {dir + "/b.txt", dir + "/bad\xff.txt"},
+                                 {dir + "/folderlink"},
+                                 {dir + "/target"}}));
+  // A link weighs what the link itself weighs, not its target.
+  p.setFileterType(std::nullopt);
+  p.setDisplayType(FilePresenter::kOrderSize);
+  const auto linkSize = FileUtil::getFileSize(dir + "/folderlink");
+  ASSERT_LT(linkSize, 500u);
+  const Sections bySize = listed(p);
+  ASSERT_EQ(bySize.size(), 1u);
+  auto place = [&](const std::string& name) {
+    return std::find(bySize[0].begin(), bySize[0].end(), dir + "/" + name) - bySize[0].begin();
+  };
+  EXPECT_LT(place("folderlink"), place("b.txt"));
+  EXPECT_LT(place("b.txt"), place("target"));
+  p.setDisplayType(FilePresenter::kOrderType);
+  EXPECT_EQ(listed(p).front(), (std::vector<std::string>{dir + "/folderlink", dir + "/target"}));
+}
+
+TEST_F(FileListModel, SearchHitsAreSortedLikeAListing) {
+  const std::string dir = folder("h", {"x/note.txt", "x/note.png", "note/", "y/Note.mp3"});
+  FilePresenter p(dir, &browser);
+  p.setDisplayType(FilePresenter::kOrderType);
+  std::thread([&] { p.searchThread("note"); }).join();
+  EXPECT_EQ(
+      listed(p),
+      (Sections{
+          {dir + "/note"}, {dir + "/x/note.txt"}, {dir + "/y/Note.mp3"}, {dir + "/x/note.png"}}));
+  EXPECT_EQ(p.fileNumber(), 4u);
 }
 
 TEST_F(FileListModel, SearchReplacesTheListingUntilAnEmptySearch) {

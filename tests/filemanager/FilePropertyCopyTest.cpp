@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <mutex>
 #include <random>
 
 #include "filemanager/FilePropertyCopyFile.h"
@@ -23,25 +24,27 @@ using test::readFile;
 using test::writeFile;
 constexpr std::size_t kBlock = FilePropertyCopyFile::kBlockSize;
 
-std::string noise(std::size_t size, unsigned seed = 7) {
-  std::mt19937 engine(seed);
+std::string noise(std::size_t size, unsigned salt = 7) {
+  std::mt19937 engine(salt);
   std::string s(size, '\0');
   for (auto& c : s) c = static_cast<char>(engine());
   return s;
 }
 
-// Runs `hook` once, on the first progress report of a copy.
+// Runs `hook` once, on the first progress report of a copy; reports come
+// from several readers at once.
 class OnFirstProgress : public ActionProgressCounter {
  public:
   explicit OnFirstProgress(std::function<void()> hook) : hook_(std::move(hook)) {}
   using ActionProgressCounter::progressFinished;
   void progressFinished(std::uint64_t units) override {
     ActionProgressCounter::progressFinished(units);
-    if (hook_) std::exchange(hook_, nullptr)();
+    std::call_once(once_, hook_);
   }
 
  private:
   std::function<void()> hook_;
+  std::once_flag once_;
 };
 
 // Files may not grow past `bytes` while it lives: a disk that fills up.
@@ -149,22 +152,34 @@ TEST_F(Copying, ASelectionLandsUnderFreeNames) {
   fs::create_symlink("a.txt", src / "data/link");
   writeFile(src / "notes.txt", "n");
   writeFile(src / "other/notes.txt", "other");
+  writeFile(src / "other/data/c.txt", "c");
   writeFile(dst / "notes.txt", "old");
   fs::create_directories(dst / "data");
 
-  FilePropertyCopyURLS copy(
-      {(src / "data").string(), (src / "notes.txt").string(), (src / "other/notes.txt").string()},
-      dst.string(), nullptr);
+  // Items of the same name, from different folders, all get a place.
+  FilePropertyCopyURLS copy({(src / "data").string(), (src / "notes.txt").string(),
+                             (src / "other/notes.txt").string(), (src / "other/data").string()},
+                            dst.string(), nullptr);
   ASSERT_TRUE(copy.execute()) << copy.error()->message;
   EXPECT_EQ(copy.copiedPaths(),
             (std::vector<std::string>{(dst / "data 2").string(), (dst / "notes 2.txt").string(),
-                                      (dst / "notes 3.txt").string()}));
+                                      (dst / "notes 3.txt").string(), (dst / "data 3").string()}));
   EXPECT_EQ(readFile(dst / "notes.txt"), "old");
   EXPECT_EQ(readFile(dst / "notes 3.txt"), "other");
   EXPECT_EQ(readFile(dst / "data 2/deep/er/b.txt"), "b");
+  EXPECT_EQ(names(dst / "data 3"), std::vector<std::string>{"c.txt"});
   EXPECT_TRUE(fs::is_directory(dst / "data 2/empty"));
   EXPECT_EQ(fs::read_symlink(dst / "data 2/link"), "a.txt");
   EXPECT_FALSE(stagingLeft());
+}
+
+TEST_F(Copying, AFolderCopiedIntoItselfHoldsWhatItHeldBefore) {
+  writeFile(src / "a.txt", "a");
+  fs::create_directories(src / "inner");
+  ASSERT_TRUE(
+      FilePropertyCopyURLS::executeWithFileURL(src.string(), (src / "inner").string(), nullptr));
+  EXPECT_EQ(names(src / "inner/src"), (std::vector<std::string>{"a.txt", "inner"}));
+  EXPECT_TRUE(fs::is_empty(src / "inner/src/inner"));
 }
 
 TEST_F(Copying, CancelledCopyLeavesTheDestinationUntouched) {

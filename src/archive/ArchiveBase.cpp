@@ -1,0 +1,235 @@
+#include "archive/ArchiveBase.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <random>
+
+#include "encoding/DetectorCharacter.h"
+#include "encoding/EncodingUtil.h"
+#include "filemanager/FileUtil.h"
+#include "filemanager/IActionProgress.h"
+#include "filemanager/TempDirectoryUtil.h"
+#include "platform/Cancellation.h"
+#include "platform/Log.h"
+#include "platform/Unicode.h"
+
+namespace harbor {
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string randomName() {
+  static thread_local std::mt19937_64 rng{std::random_device{}()};
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%016llx%016llx", static_cast<unsigned long long>(rng()),
+                static_cast<unsigned long long>(rng()));
+  return buf;
+}
+
+}  // namespace
+
+ArchiveBase::ArchiveBase(std::string path, ZipEntry::Ptr rootEntry, IActionProgress* action,
+                         std::string password, std::uint64_t fileEncoding)
+    : rootEntry_(rootEntry ? std::move(rootEntry) : ZipEntry::rootEntry()),
+      password_(std::move(password)),
+      filePath_(std::move(path)),
+      relativeDate_(dateFor1980()),
+      fileEncoding_(fileEncoding),
+      actionDelegate_(action) {}
+
+void ArchiveBase::setPassword(const std::string& password) {
+  password_ = password;
+  passwordFailure_ = false;
+}
+
+bool ArchiveBase::isIgnore(std::string_view path) {
+  if (path.find("__MACOSX/") != std::string_view::npos) return true;
+  while (!path.empty() && path.back() == '/') path.remove_suffix(1);
+  auto slash = path.rfind('/');
+  std::string_view last = slash == std::string_view::npos ? path : path.substr(slash + 1);
+  return last == ".DS_Store" || last == "Thumbs.db";
+}
+
+std::string ArchiveBase::charToString(const char* bytes, std::size_t length) const {
+  std::string_view data(bytes, length);
+  if (auto nul = data.find('\0'); nul != std::string_view::npos) data = data.substr(0, nul);
+  if (fileEncoding_ != kNoForcedEncoding) {
+    if (auto s = StringEncodings::decode(data, fileEncoding_)) return toUtf8(*s);
+  }
+  if (auto s = StringEncodings::decode(data, encoding_)) return toUtf8(*s);
+  if (auto s = DetectorCharacter::detectorForCChar(data.data(), data.size())) return toUtf8(*s);
+  return toUtf8(toUtf16(data));
+}
+
+void ArchiveBase::appendDataToEncodingData(const char* bytes, std::size_t length) {
+  encodingData_.append(bytes, length);
+}
+
+void ArchiveBase::convertDetectorEncoding() {
+  if (!encodingData_.empty()) {
+    std::string data = encodingData_;
+    while (data.size() < 100) data += encodingData_;
+    auto charsets = DetectorCharacter::detectorDataEncoding(data);
+    // Names are never stored in UTF-16 or UTF-32; repeated bytes can look so.
+    std::erase_if(charsets, [](const std::string& name) {
+      const std::string lower = toLower(name);
+      return lower.starts_with("utf-16") || lower.starts_with("utf-32");
+    });
+    if (!charsets.empty()) {
+      if (auto name = EncodingUtil::detectWithCharsetsRetrunCharset(charsets, data)) {
+        encodingName_ = *name;
+        encoding_ = EncodingUtil::convertStringToNSStringEncoding(*name);
+      }
+    }
+  }
+  encodingData_.clear();
+  encodingData_.shrink_to_fit();
+}
+
+ArchiveBase::Date ArchiveBase::dateFor1980() {
+  std::tm tm{};
+  tm.tm_year = 80;
+  tm.tm_mon = 0;
+  tm.tm_mday = 1;
+  tm.tm_isdst = -1;
+  return std::chrono::system_clock::from_time_t(std::mktime(&tm));
+}
+
+ArchiveBase::Date ArchiveBase::dateFor1970() {
+  return std::chrono::system_clock::from_time_t(0);
+}
+
+std::optional<ArchiveBase::Date> ArchiveBase::getDateWithInterval(std::int64_t seconds) const {
+  if (seconds <= 0) return std::nullopt;
+  return relativeDate_ + std::chrono::seconds(seconds);
+}
+
+std::string ArchiveBase::tempRootDirectory() {
+  return TempDirectoryUtil::archiveDirectory();
+}
+
+std::string ArchiveBase::tempItemDirectory() {
+  std::string dir = (fs::path(tempRootDirectory()) / randomName()).string();
+  FileUtil::createFolder(dir);
+  return dir;
+}
+
+void ArchiveBase::refuse(const std::string& path, const std::string& reason) {
+  refused_.push_back({path, reason});
+  HB_LOG("ArchiveBase", "refused " + path + ": " + reason);
+}
+
+std::optional<std::string> ArchiveBase::safeTarget(const std::string& destination,
+                                                   const std::string& relative) {
+  std::string rel = relative;
+  for (char& c : rel)
+    if (c == '\\') c = '/';
+  if (!rel.empty() && rel.front() == '/') {
+    refuse(relative, "absolute path");
+    return std::nullopt;
+  }
+  fs::path clean;
+  for (const auto& part : fs::path(rel)) {
+    const std::string p = part.string();
+    if (p.empty() || p == ".") continue;
+    if (p == "..") {
+      refuse(relative, "path leads outside the destination");
+      return std::nullopt;
+    }
+    clean /= part;
+  }
+  if (clean.empty()) return destination;
+  // A folder on the way that is a link (made by an earlier entry) would carry
+  // the file somewhere else.
+  fs::path cur = destination;
+  for (auto it = clean.begin(); it != clean.end(); ++it) {
+    cur /= *it;
+    if (std::next(it) == clean.end()) break;
+    struct stat st;
+    if (lstat(cur.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+      refuse(relative, "path goes through a link");
+      return std::nullopt;
+    }
+  }
+  return (fs::path(destination) / clean).string();
+}
+
+bool ArchiveBase::safeLinkTarget(const std::string& destination, const std::string& linkPath,
+                                 const std::string& target) {
+  if (target.empty() || target.front() == '/') return false;
+  fs::path resolved = (fs::path(linkPath).parent_path() / target).lexically_normal();
+  fs::path rel = resolved.lexically_relative(fs::path(destination).lexically_normal());
+  return !rel.empty() && *rel.begin() != "..";
+}
+
+bool ArchiveBase::makeLink(const std::string& destination, const std::string& linkPath,
+                           const std::string& target, const std::string& entryPath) {
+  if (!safeLinkTarget(destination, linkPath, target)) {
+    refuse(entryPath, "link points outside the destination");
+    return true;  // neutralised, not a failure of the archive
+  }
+  std::error_code ec;
+  fs::create_directories(fs::path(linkPath).parent_path(), ec);
+  fs::remove(linkPath, ec);
+  return FileUtil::createAliasPath(linkPath, target);
+}
+
+bool ArchiveBase::writeFileAtomically(const std::string& target,
+                                      const std::function<bool(const Sink&)>& produce) {
+  std::error_code ec;
+  fs::create_directories(fs::path(target).parent_path(), ec);
+  const std::string temp = (fs::path(target).parent_path() /
+                            ("." + fs::path(target).filename().string() + ".part-" + randomName()))
+                               .string();
+  FILE* out = std::fopen(temp.c_str(), "wb");
+  if (!out) {
+    setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
+    return false;
+  }
+  bool writeOk = true;
+  const bool ok = produce([&](const char* data, std::size_t n) {
+    if (std::fwrite(data, 1, n, out) != n) writeOk = false;
+    return writeOk;
+  });
+  const bool closed = std::fclose(out) == 0;
+  if (!ok || !writeOk || !closed) {
+    ::unlink(temp.c_str());
+    if (!error_ || !writeOk || !closed)
+      setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
+    return false;
+  }
+  if (std::rename(temp.c_str(), target.c_str()) != 0) {
+    ::unlink(temp.c_str());
+    setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
+    return false;
+  }
+  return true;
+}
+
+void ArchiveBase::applyAttributes(const std::string& path, unsigned mode,
+                                  const std::optional<Date>& date) {
+  if (mode & 0777) FileUtil::setFilePermission(path, (mode & 0777) | 0600);
+  if (isArchiveFileTime_ && date) FileUtil::setFileModifiedDate(*date, path);
+}
+
+void ArchiveBase::addProgress(std::uint64_t bytes) {
+  progressSize_ += bytes;
+  if (progressSize_ > kProgressStep) {
+    if (actionDelegate_) actionDelegate_->progressFinished(progressSize_);
+    progressSize_ = 0;
+  }
+}
+
+bool ArchiveBase::checkCancelled() {
+  if (isCurrentThreadCancelled()) {
+    setError(errorCancelOpertion());
+    return true;
+  }
+  return false;
+}
+
+}  // namespace harbor

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Error.h"
+
+namespace harbor {
+
+class IActionProgress;
+
+class IZipBase {
+ public:
+  virtual ~IZipBase() = default;
+  virtual void zip(const std::string& path) = 0;
+  virtual void setRelative_const(const std::string& base) = 0;
+  virtual void finished() = 0;
+};
+
+// What a writer is asked to do besides adding paths.
+struct ZipPropertyOptions {
+  std::string password;
+  bool isIgnoreHiddenFile = false;
+};
+
+// A writer: entries are stored relative to `relative_const`.
+class ZipBase : public IZipBase {
+ public:
+  ZipBase(std::string filePath, IActionProgress* delegate, ZipPropertyOptions options);
+
+  void setRelative_const(const std::string& base) override { relative_const_ = base; }
+  void finished() override {}
+  // Failures that were passed over, one message each.
+  const std::vector<std::string>& zipMsg() const { return zipMsg_; }
+  const std::optional<Error>& error() const { return error_; }
+  std::string getRelativePath(const std::string& path) const;
+
+ protected:
+  std::string relative_const_;
+  std::vector<std::string> zipMsg_;
+  IActionProgress* delegate_;
+  std::uint64_t progressSize_ = 0;
+  ZipPropertyOptions propertyOptions_;
+  std::string filePath_;
+  std::string password_;
+  std::optional<Error> error_;
+};
+
+class ArchiveUtils {
+ public:
+  // `path` relative to `base`, or `path` itself when there is no base.
+  static std::string getTempRelative(const std::string& base, const std::string& path);
+};
+
+class IArchive;
+
+class ArchiveFactory {
+ public:
+  // A writer for the target's extension ("zip"), or null. Adds every source
+  // relative to its own parent folder.
+  static std::unique_ptr<ZipBase> createZipFactory(const std::vector<std::string>& sources,
+                                                   IActionProgress* delegate,
+                                                   const std::string& desPath,
+                                                   const ZipPropertyOptions& options);
+  // A reader chosen by the file's extension, or null for a format we don't read.
+  static std::unique_ptr<IArchive> createReader(const std::string& path,
+                                                const std::string& password = "");
+};
+
+}  // namespace harbor

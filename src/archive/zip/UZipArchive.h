@@ -1,0 +1,35 @@
+#pragma once
+
+#include "archive/ArchiveBase.h"
+
+namespace harbor {
+
+// Reads zip archives through minizip. Names in legacy encodings are decoded
+// with the charset detected from all names together.
+class UZipArchive : public ArchiveBase {
+ public:
+  using ArchiveBase::ArchiveBase;
+  ~UZipArchive() override;
+
+  bool listFiles() override;
+  using ArchiveBase::unArchivePath;
+  bool unArchivePath(const ZipEntry* entry, const std::string& destination) override;
+  bool isEncrypted() override;
+  std::string formatName() const override { return "zip"; }
+
+  bool openArchive();
+  void closeArchive();
+  void detectorEncoding();
+
+ private:
+  bool unArchiveAll(const std::string& destination);
+  bool unArchiveAssignDetailPath(const ZipEntry& entry, const std::string& destination,
+                                 const std::string& base);
+  // Extracts the current entry to `relative` under `destination`.
+  bool unArchiveFile(const std::string& destination, const std::string& relative,
+                     const std::string& entryPath);
+
+  void* zip_ = nullptr;  // unzFile
+};
+
+}  // namespace harbor

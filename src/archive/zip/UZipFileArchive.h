@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+
+#include "archive/ZipBase.h"
+
+namespace harbor {
+
+// Writes zip archives through minizip: deflate, UTF-8 names, Unix modes,
+// traditional encryption when a password is set.
+class UZipFileArchive : public ZipBase {
+ public:
+  UZipFileArchive(std::string filePath, IActionProgress* delegate, ZipPropertyOptions options);
+  ~UZipFileArchive() override;  // writes the central directory
+
+  bool isOpen() const { return zipFile_ != nullptr; }
+  void zip(const std::string& path) override;
+  // Closes the archive now; the file is complete afterwards.
+  bool close();
+
+ private:
+  void zipFolder(const std::string& path);
+  void zipOnlyFolder(const std::string& path);
+  void zipFileToDesFile(const std::string& path);
+  bool zipOpenNewFile(const std::string& name, std::uint32_t attributes, bool isLargeFile,
+                      std::uint32_t crc);
+
+  // Copies an opened entry's data from `next` (0 ends), enciphering it when
+  // a password is set, and closes the entry.
+  void writeEntryData(const std::string& name, std::uint32_t crc,
+                      const std::function<std::size_t(char*, std::size_t)>& next);
+  void reportProgress(std::uint64_t bytes);
+
+  void* zipFile_ = nullptr;
+};
+
+}  // namespace harbor

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "ArchiveTestUtil.h"
+
+namespace harbor::test {
+namespace {
+namespace fs = std::filesystem;
+
+struct CliResult {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+class ArchiveCli : public TempHome {
+ protected:
+  CliResult harbor(const std::vector<std::string>& args) {
+    const auto errFile = home() / "stderr.txt";
+    std::string cmd = quote(std::string(HARBOR_BINARY_DIR) + "/harbor");
+    for (const auto& a : args) cmd += " " + quote(a);
+    cmd += " 2>" + quote(errFile.string());
+    CliResult r;
+    FILE* pipe = popen(cmd.c_str(), "r");
+    if (!pipe) return r;
+    std::array<char, 4096> buf;
+    std::size_t n;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.out.append(buf.data(), n);
+    int status = pclose(pipe);
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.err = readFile(errFile);
+    return r;
+  }
+  void makeSource() {
+    fs::create_directories(dir / "docs/sub");
+    writeFile(dir / "docs/a.txt", "alpha");
+    writeFile(dir / "docs/sub/b.txt", "beta");
+  }
+  ScratchDir dir;
+};
+
+TEST_F(ArchiveCli, CreateListExtractWithPassword) {
+  makeSource();
+  const std::string zip = (dir / "out.zip").string();
+  ASSERT_EQ(harbor({"archive", "create", zip, (dir / "docs").string(), "--password", "pw"}).code,
+            0);
+  auto list = harbor({"archive", "list", zip, "--json"});
+  ASSERT_EQ(list.code, 0) << list.err;
+  auto j = nlohmann::json::parse(list.out);
+  EXPECT_EQ(j["format"], "zip");
+  EXPECT_EQ(j["encrypted"], true);
+  EXPECT_EQ(j["encryptedFileName"], false);
+  ASSERT_EQ(j["entries"].size(), 4u);
+  for (const auto& e : j["entries"]) {
+    for (const char* key : {"path", "isLeaf", "size", "packedSize", "crc", "date"})
+      EXPECT_TRUE(e.contains(key)) << key;
+  }
+
+  const std::string dest = (dir / "x").string();
+  auto missing = harbor({"archive", "extract", zip, dest});
+  EXPECT_EQ(missing.code, 2);
+  EXPECT_NE(missing.err.find("password"), std::string::npos);
+  auto wrong = harbor({"archive", "extract", zip, dest, "--password", "nope"});
+  EXPECT_EQ(wrong.code, 2);
+  EXPECT_NE(wrong.err.find("password"), std::string::npos);
+  EXPECT_FALSE(fs::exists(dir / "x/docs/a.txt"));
+
+  auto ok = harbor(
+      {"archive", "extract", zip, (dir / "y").string(), "--password", "pw", "--entry", "docs/sub"});
+  ASSERT_EQ(ok.code, 0) << ok.err;
+  EXPECT_EQ(treeOf(dir / "y"), (std::vector<std::string>{"sub", "sub/b.txt"}));
+}
+
+TEST_F(ArchiveCli, RefusalsAreReportedAndBadInputFails) {
+  ASSERT_TRUE(runPython(dir.path(), R"(
+import zipfile
+with zipfile.ZipFile('evil.zip', 'w') as z:
+    z.writestr('../escape.txt', 'x')
+    z.writestr('fine.txt', 'y')
+)"));
+  fs::create_directories(dir / "d/e");
+  auto r = harbor({"archive", "extract", (dir / "evil.zip").string(), (dir / "d/e").string()});
+  EXPECT_EQ(r.code, 0);
+  EXPECT_NE(r.err.find("refused ../escape.txt"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(dir / "d/escape.txt"));
+  EXPECT_EQ(readFile(dir / "d/e/fine.txt"), "y");
+
+  writeFile(dir / "junk.zip", "not a zip at all");
+  EXPECT_EQ(harbor({"archive", "list", (dir / "junk.zip").string()}).code, 1);
+  EXPECT_EQ(harbor({"archive", "list", (dir / "none.zip").string()}).code, 1);
+  EXPECT_EQ(harbor({"archive", "list"}).code, 2);
+}
+
+}  // namespace
+}  // namespace harbor::test

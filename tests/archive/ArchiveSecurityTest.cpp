@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "ArchiveTestUtil.h"
+#include "archive/tar/UTarManager.h"
+#include "archive/zip/UZipArchive.h"
+
+namespace harbor::test {
+namespace {
+namespace fs = std::filesystem;
+
+// Entries that try to leave the destination, in both formats: "..", absolute
+// names, backslashes, links pointing out, and a file written through such a
+// link. The destination sits two levels deep so that escapes land in the
+// scratch folder, where they would be seen.
+constexpr const char* kCorpus = R"(
+import io, tarfile, zipfile, time
+bad = ['../evil1.txt', 'a/../../evil2.txt', '/tmp/harbor-archive-abs-evil.txt', '..\\evil4.txt']
+links = [('lnk', '../..'), ('abslink', '/tmp'), ('ok', 'inner.txt')]
+through = ['lnk/evil3.txt', 'abslink/harbor-archive-evil5.txt']
+
+with zipfile.ZipFile('corpus.zip', 'w') as z:
+    z.writestr('inner.txt', 'inside')
+    for n in bad:
+        z.writestr(zipfile.ZipInfo(n), 'evil')
+    for name, target in links:
+        info = zipfile.ZipInfo(name)
+        info.create_system = 3
+        info.external_attr = 0o120777 << 16
+        z.writestr(info, target)
+    for n in through:
+        z.writestr(n, 'evil')
+
+with tarfile.open('corpus.tar', 'w', format=tarfile.GNU_FORMAT) as t:
+    def add(name, data=b'evil'):
+        info = tarfile.TarInfo(name)
+        info.size = len(data)
+        info.mtime = time.time()
+        t.addfile(info, io.BytesIO(data))
+    add('inner.txt', b'inside')
+    for n in bad:
+        add(n)
+    for name, target in links:
+        info = tarfile.TarInfo(name)
+        info.type = tarfile.SYMTYPE
+        info.linkname = target
+        t.addfile(info)
+    for n in through:
+        add(n)
+)";
+
+class TraversalTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::remove("/tmp/harbor-archive-abs-evil.txt");
+    fs::remove("/tmp/harbor-archive-evil5.txt");
+    ASSERT_TRUE(runPython(dir.path(), kCorpus));
+    fs::create_directories(dest);
+  }
+  void expectNothingOutside(const IArchive& archive) {
+    std::vector<std::string> outside;
+    for (const auto& p : treeOf(dir.path()))
+      if (!p.starts_with("a/b/dest/")) outside.push_back(p);
+    EXPECT_EQ(outside, (std::vector<std::string>{"a", "a/b", "a/b/dest", "corpus.tar", "corpus.zip",
+                                                 "make.py"}));
+    EXPECT_FALSE(fs::exists("/tmp/harbor-archive-abs-evil.txt"));
+    EXPECT_FALSE(fs::exists("/tmp/harbor-archive-evil5.txt"));
+    // What stayed inside was written; what tried to leave was reported.
+    EXPECT_EQ(readFile(dest / "inner.txt"), "inside");
+    EXPECT_EQ(fs::read_symlink(dest / "ok"), "inner.txt");
+    // The refused links are not made; files meant to go through them land in
+    // plain folders of those names.
+    EXPECT_FALSE(fs::is_symlink(dest / "lnk"));
+    EXPECT_FALSE(fs::is_symlink(dest / "abslink"));
+    std::vector<std::string> refused;
+    for (const auto& r : archive.refusedEntries()) refused.push_back(r.path);
+    for (const char* name : {"../evil1.txt", "a/../../evil2.txt", "lnk", "abslink"})
+      EXPECT_NE(std::find(refused.begin(), refused.end(), name), refused.end()) << name;
+  }
+  ScratchDir dir;
+  fs::path dest = dir / "a/b/dest";
+};
+
+TEST_F(TraversalTest, ZipNeverWritesOutside) {
+  UZipArchive zip((dir / "corpus.zip").string(), nullptr, nullptr, "");
+  ASSERT_TRUE(zip.listFiles());
+  EXPECT_TRUE(zip.unArchivePath(dest.string()));
+  expectNothingOutside(zip);
+}
+
+TEST_F(TraversalTest, TarNeverWritesOutside) {
+  UTarManager tar((dir / "corpus.tar").string(), nullptr, nullptr, "");
+  ASSERT_TRUE(tar.listFiles());
+  EXPECT_TRUE(tar.unArchivePath(dest.string()));
+  expectNothingOutside(tar);
+}
+
+TEST_F(TraversalTest, LinkMadeBeforeExtractionIsNotFollowed) {
+  // A link already in the destination is as dangerous as one from the archive.
+  fs::create_directory_symlink(dir / "a", dest / "lnk");
+  UZipArchive zip((dir / "corpus.zip").string(), nullptr, nullptr, "");
+  ASSERT_TRUE(zip.listFiles());
+  EXPECT_TRUE(zip.unArchivePath(dest.string()));
+  EXPECT_FALSE(fs::exists(dir / "a/evil3.txt"));
+}
+
+}  // namespace
+}  // namespace harbor::test
