@@ -104,7 +104,7 @@ TEST_F(Cli, ImportedNamesNeverCollide) {
   test::writeFile(src / "a" / "report.tar.gz", "x");
   test::writeFile(src / "b" / "report.tar.gz", "y");
   Result r = harbor({"import", (src / "a/notes.txt").string(), (src / "b/notes.txt").string(),
-                  (src / "a/report.tar.gz").string(), (src / "b/report.tar.gz").string()});
+                     (src / "a/report.tar.gz").string(), (src / "b/report.tar.gz").string()});
   ASSERT_EQ(r.code, 0);
   const fs::path imported = root() / "Imported";
   EXPECT_EQ(test::readFile(imported / "notes.txt"), "1");
@@ -115,6 +115,53 @@ TEST_F(Cli, ImportedNamesNeverCollide) {
 
   EXPECT_EQ(harbor({"import", (src / "missing").string()}).code, 1);
   EXPECT_EQ(harbor({"import"}).code, 2);
+}
+
+}  // namespace
+}  // namespace harbor
+
+namespace harbor {
+namespace {
+
+class FileCommands : public test::TempHome {};
+
+TEST_F(FileCommands, ListSizeAndCopyAsScriptsSeeThem) {
+  test::writeFile(root() / "b.txt", "bb");
+  test::writeFile(root() / "a.cpp", "a");
+  test::writeFile(root() / "sub" / "c.txt", "ccc");
+  test::writeFile(root() / "Inbox" / "hidden.txt", "h");
+
+  Result ls = harbor({"ls", "--order", "name", "--json"});
+  ASSERT_EQ(ls.code, 0);
+  auto j = nlohmann::json::parse(ls.out, nullptr, false);
+  ASSERT_TRUE(j.is_object());
+  EXPECT_EQ(j["path"], root().string());
+  std::vector<std::string> items;
+  for (const auto& section : j["sections"]) {
+    EXPECT_TRUE(section.contains("title"));
+    for (const auto& item : section["items"]) items.push_back(item.get<std::string>());
+  }
+  EXPECT_EQ(items.size(), 3u) << "Inbox is hidden at the root";
+  EXPECT_NE(std::find(items.begin(), items.end(), (root() / "sub").string()), items.end());
+
+  Result du = harbor({"du", root().string(), "--json"});
+  ASSERT_EQ(du.code, 0);
+  auto d = nlohmann::json::parse(du.out, nullptr, false);
+  ASSERT_TRUE(d.is_object());
+  EXPECT_EQ(d["totalSize"], 7);  // 2 + 1 + 3 + 1
+  EXPECT_GE(d["fileNumber"].get<int>(), 4);
+
+  test::ScratchDir dest;
+  ASSERT_EQ(
+      harbor({"cp", (root() / "b.txt").string(), (root() / "sub").string(), dest.path().string()})
+          .code,
+      0);
+  EXPECT_EQ(test::readFile(dest / "b.txt"), "bb");
+  EXPECT_EQ(test::readFile(dest / "sub" / "c.txt"), "ccc");
+  // A second copy never overwrites: it lands under a free name.
+  ASSERT_EQ(harbor({"cp", (root() / "b.txt").string(), dest.path().string()}).code, 0);
+  EXPECT_TRUE(fs::exists(dest / "b 2.txt"));
+  EXPECT_NE(harbor({"cp", (root() / "missing").string(), dest.path().string()}).code, 0);
 }
 
 }  // namespace

@@ -50,7 +50,11 @@ TEST(FileCatalogue, KindsComeFromTheLastExtension) {
   EXPECT_TRUE(USupportFile::isSupportImportToPhotoLib("a.HEIC"));
 }
 
-TEST(FileCatalogue, IconLookup) {
+// The text rule asks the format registry, which reads the user's own
+// assignments from the preferences: keep those private.
+class IconLookup : public test::TempHome {};
+
+TEST_F(IconLookup, OwnImageThenTableThenTextThenUnknown) {
   EXPECT_EQ(CommonUtil::getFileTypeImageByName("noext"), "unknow.png");
   EXPECT_EQ(CommonUtil::getFileTypeImageByExtension(""), "unknow.png");
   EXPECT_EQ(CommonUtil::getFileTypeImageByName("a.EXE"), "exec.png");

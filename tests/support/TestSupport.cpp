@@ -19,6 +19,11 @@ fs::path makeTempDir() {
 }  // namespace
 
 void TempHome::SetUp() {
+  savedEnv_.clear();
+  for (const char* var : {"HARBOR_ROOT", "XDG_DATA_HOME", "XDG_CONFIG_HOME"}) {
+    const char* v = std::getenv(var);
+    savedEnv_.emplace_back(var, v ? std::optional<std::string>(v) : std::nullopt);
+  }
   home_ = makeTempDir();
   setenv("XDG_DATA_HOME", (home_ / "data").c_str(), 1);
   setenv("XDG_CONFIG_HOME", (home_ / "config").c_str(), 1);
@@ -31,7 +36,14 @@ void TempHome::SetUp() {
 void TempHome::TearDown() {
   UserDefaults::setStandard(nullptr);
   Directories::setDocumentRootOverride({});
-  unsetenv("HARBOR_ROOT");
+  // Later code must not recreate folders under the removed home.
+  for (const auto& [var, value] : savedEnv_) {
+    if (value) {
+      setenv(var.c_str(), value->c_str(), 1);
+    } else {
+      unsetenv(var.c_str());
+    }
+  }
   std::error_code ec;
   fs::remove_all(home_, ec);
 }

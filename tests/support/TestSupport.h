@@ -4,7 +4,10 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace harbor {
 class UserDefaults;
@@ -27,6 +30,7 @@ class TempHome : public ::testing::Test {
  private:
   std::filesystem::path home_;
   std::shared_ptr<UserDefaults> defaults_;
+  std::vector<std::pair<std::string, std::optional<std::string>>> savedEnv_;
 };
 
 // A fresh empty folder, removed when the object goes.
