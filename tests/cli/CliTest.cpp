@@ -14,29 +14,10 @@ namespace harbor {
 namespace {
 namespace fs = std::filesystem;
 
-struct Result {
-  int code;
-  std::string out;
-};
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
+using Result = test::CliResult;
 
 Result harbor(const std::vector<std::string>& args) {
-  std::string cmd = quote(std::string(HARBOR_BINARY_DIR) + "/harbor");
-  for (const auto& a : args) cmd += " " + quote(a);
-  cmd += " 2>/dev/null";
-  FILE* pipe = popen(cmd.c_str(), "r");
-  if (!pipe) return {-1, {}};
-  std::string out;
-  std::array<char, 4096> buf;
-  size_t n;
-  while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) out.append(buf.data(), n);
-  int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+  return test::runHarbor(args);
 }
 
 class Cli : public test::TempHome {};

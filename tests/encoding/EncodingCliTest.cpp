@@ -11,38 +11,12 @@
 namespace harbor {
 namespace {
 
+using test::CliResult;
 using test::fixture;
-
-struct CliResult {
-  int code = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
 
 class EncodingCli : public test::TempHome {
  protected:
-  CliResult harbor(const std::vector<std::string>& args) {
-    const auto errFile = home() / "stderr.txt";
-    std::string cmd = quote(std::string(HARBOR_BINARY_DIR) + "/harbor");
-    for (const auto& a : args) cmd += " " + quote(a);
-    cmd += " 2>" + quote(errFile.string());
-    CliResult r;
-    FILE* pipe = popen(cmd.c_str(), "r");
-    if (!pipe) return r;
-    std::array<char, 4096> buf;
-    std::size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.out.append(buf.data(), n);
-    int status = pclose(pipe);
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.err = test::readFile(errFile);
-    return r;
-  }
+  CliResult harbor(const std::vector<std::string>& args) { return test::runHarbor(args); }
   std::string data(const char* name) { return test::testData(std::string("encoding/") + name); }
 };
 

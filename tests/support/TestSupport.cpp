@@ -1,5 +1,9 @@
 #include "support/TestSupport.h"
 
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -73,6 +77,32 @@ std::string readFile(const fs::path& p) {
 
 fs::path testData(const std::string& relative) {
   return fs::path(HARBOR_TEST_DATA) / relative;
+}
+
+namespace {
+std::string shellQuote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+}  // namespace
+
+CliResult runHarbor(const std::vector<std::string>& args) {
+  ScratchDir scratch;
+  const fs::path errFile = scratch / "stderr.txt";
+  std::string cmd = shellQuote(std::string(HARBOR_BINARY_DIR) + "/harbor");
+  for (const auto& a : args) cmd += " " + shellQuote(a);
+  cmd += " 2>" + shellQuote(errFile.string());
+  CliResult r;
+  FILE* pipe = popen(cmd.c_str(), "r");
+  if (!pipe) return r;
+  std::array<char, 4096> buf;
+  std::size_t n;
+  while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.out.append(buf.data(), n);
+  const int status = pclose(pipe);
+  r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  r.err = readFile(errFile);
+  return r;
 }
 
 }  // namespace harbor::test

@@ -51,4 +51,12 @@ std::string readFile(const std::filesystem::path& p);
 // tests/data/<relative>
 std::filesystem::path testData(const std::string& relative);
 
+// The built `harbor` command run with `args`: its exit code and output.
+struct CliResult {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+CliResult runHarbor(const std::vector<std::string>& args);
+
 }  // namespace harbor::test
