@@ -1,9 +1,6 @@
 // The `harbor` command as scripts use it: exit codes, JSON shapes, files.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 

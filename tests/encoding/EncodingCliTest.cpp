@@ -1,9 +1,6 @@
 // harbor detect, decode and encodings as scripts use them.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "EncodingTestHelpers.h"
