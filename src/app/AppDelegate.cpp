@@ -29,11 +29,13 @@ void AppDelegate::initAction() {
 void AppDelegate::startClearTemp() {
   clearTempDone_ = std::make_shared<std::promise<void>>();
   clearTempFuture_ = clearTempDone_->get_future().share();
-  CancellableThread::startDetached([done = clearTempDone_] {
-    TempDirectoryUtil::deleteTemp();
-    if (auto& more = ApplicationServices::shared().afterClearTemp) more();
-    done->set_value();
-  });
+  // The hook is taken here, on the main thread, not read from the worker.
+  CancellableThread::startDetached(
+      [done = clearTempDone_, more = ApplicationServices::shared().afterClearTemp] {
+        TempDirectoryUtil::deleteTemp();
+        if (more) more();
+        done->set_value();
+      });
 }
 
 bool AppDelegate::waitForClearTemp(std::chrono::milliseconds timeout) {
