@@ -62,29 +62,7 @@ void storeHistory(PlistValue::Map map) {
 
 // "/a/b.txt" for <root>/a/b.txt; empty for a path outside the root.
 std::string documentRelativePath(std::string_view path) {
-  auto components = [](std::string_view p) {
-    std::vector<std::string_view> parts;
-    std::size_t i = 0;
-    while (i <= p.size()) {
-      std::size_t j = std::min(p.find('/', i), p.size());
-      std::string_view part = p.substr(i, j - i);
-      if (!part.empty() && part != ".") parts.push_back(part);
-      i = j + 1;
-    }
-    return parts;
-  };
-  const std::string root = Directories::documentDirectory().string();
-  auto parts = components(path);
-  auto base = components(root);
-  if (parts.size() < base.size() || !std::equal(base.begin(), base.end(), parts.begin())) {
-    return {};
-  }
-  std::string out;
-  for (std::size_t i = base.size(); i < parts.size(); ++i) {
-    out += '/';
-    out += parts[i];
-  }
-  return out;
+  return relativePathBelow(path, Directories::documentDirectory().string());
 }
 
 // --- resource tables ---------------------------------------------------------

@@ -50,20 +50,6 @@ std::string backslashesToSlashes(std::string_view path) {
   return s;
 }
 
-// Components of a path, with empty and "." components dropped.
-std::vector<std::string_view> components(std::string_view path) {
-  std::vector<std::string_view> parts;
-  std::size_t i = 0;
-  while (i <= path.size()) {
-    std::size_t j = path.find('/', i);
-    if (j == std::string_view::npos) j = path.size();
-    std::string_view part = path.substr(i, j - i);
-    if (!part.empty() && part != ".") parts.push_back(part);
-    i = j + 1;
-  }
-  return parts;
-}
-
 // "file:///a%20b" -> "/a b"; anything else is taken as a path already.
 std::string urlToPath(const std::string& url) {
   constexpr std::string_view scheme = "file://";
@@ -323,17 +309,7 @@ std::string FileUtil::getApplicationSupportRelativePath(std::string_view path) {
 }
 
 std::string FileUtil::getRelativePath(std::string_view path, std::string_view baseRelative) {
-  auto parts = components(path);
-  auto base = components(baseRelative);
-  if (parts.size() < base.size() || !std::equal(base.begin(), base.end(), parts.begin())) {
-    return {};
-  }
-  std::string out;
-  for (std::size_t i = base.size(); i < parts.size(); ++i) {
-    out += '/';
-    out += parts[i];
-  }
-  return out;
+  return relativePathBelow(path, baseRelative);
 }
 
 const std::vector<std::string>& FileUtil::ignoreFileNames() {
