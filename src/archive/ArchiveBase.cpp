@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <random>
 
+#include "archive/SafeExtraction.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
 #include "filemanager/FileUtil.h"
@@ -125,89 +126,34 @@ void ArchiveBase::refuse(const std::string& path, const std::string& reason) {
 
 std::optional<std::string> ArchiveBase::safeTarget(const std::string& destination,
                                                    const std::string& relative) {
-  std::string rel = relative;
-  for (char& c : rel)
-    if (c == '\\') c = '/';
-  if (!rel.empty() && rel.front() == '/') {
-    refuse(relative, "absolute path");
-    return std::nullopt;
-  }
-  fs::path clean;
-  for (const auto& part : fs::path(rel)) {
-    const std::string p = part.string();
-    if (p.empty() || p == ".") continue;
-    if (p == "..") {
-      refuse(relative, "path leads outside the destination");
-      return std::nullopt;
-    }
-    clean /= part;
-  }
-  if (clean.empty()) return destination;
-  // A folder on the way that is a link (made by an earlier entry) would carry
-  // the file somewhere else.
-  fs::path cur = destination;
-  for (auto it = clean.begin(); it != clean.end(); ++it) {
-    cur /= *it;
-    if (std::next(it) == clean.end()) break;
-    struct stat st;
-    if (lstat(cur.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-      refuse(relative, "path goes through a link");
-      return std::nullopt;
-    }
-  }
-  return (fs::path(destination) / clean).string();
-}
-
-bool ArchiveBase::safeLinkTarget(const std::string& destination, const std::string& linkPath,
-                                 const std::string& target) {
-  if (target.empty() || target.front() == '/') return false;
-  fs::path resolved = (fs::path(linkPath).parent_path() / target).lexically_normal();
-  fs::path rel = resolved.lexically_relative(fs::path(destination).lexically_normal());
-  return !rel.empty() && *rel.begin() != "..";
+  std::string reason;
+  auto target = extraction::safeTarget(destination, relative, reason);
+  if (!target) refuse(relative, reason);
+  return target;
 }
 
 bool ArchiveBase::makeLink(const std::string& destination, const std::string& linkPath,
                            const std::string& target, const std::string& entryPath) {
-  if (!safeLinkTarget(destination, linkPath, target)) {
+  if (!extraction::linkStaysInside(destination, linkPath, target)) {
     refuse(entryPath, "link points outside the destination");
     return true;  // neutralised, not a failure of the archive
   }
-  std::error_code ec;
-  fs::create_directories(fs::path(linkPath).parent_path(), ec);
-  fs::remove(linkPath, ec);
-  return FileUtil::createAliasPath(linkPath, target);
+  return extraction::replaceWithLink(linkPath, target);
 }
 
 bool ArchiveBase::writeFileAtomically(const std::string& target,
                                       const std::function<bool(const Sink&)>& produce) {
-  std::error_code ec;
-  fs::create_directories(fs::path(target).parent_path(), ec);
-  const std::string temp = (fs::path(target).parent_path() /
-                            ("." + fs::path(target).filename().string() + ".part-" + randomName()))
-                               .string();
-  FILE* out = std::fopen(temp.c_str(), "wb");
-  if (!out) {
-    setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
-    return false;
+  switch (extraction::writeFileAtomically(target, produce)) {
+    case extraction::WriteResult::written:
+      return true;
+    case extraction::WriteResult::produceFailed:
+      if (!error_) setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
+      return false;
+    case extraction::WriteResult::ioFailed:
+      break;
   }
-  bool writeOk = true;
-  const bool ok = produce([&](const char* data, std::size_t n) {
-    if (std::fwrite(data, 1, n, out) != n) writeOk = false;
-    return writeOk;
-  });
-  const bool closed = std::fclose(out) == 0;
-  if (!ok || !writeOk || !closed) {
-    ::unlink(temp.c_str());
-    if (!error_ || !writeOk || !closed)
-      setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
-    return false;
-  }
-  if (std::rename(temp.c_str(), target.c_str()) != 0) {
-    ::unlink(temp.c_str());
-    setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
-    return false;
-  }
-  return true;
+  setError(errorFailedToCreateFile(FileUtil::getFileName(target)));
+  return false;
 }
 
 void ArchiveBase::applyAttributes(const std::string& path, unsigned mode,

@@ -61,14 +61,10 @@ class ArchiveBase : public IArchive {
   // that is a link); refusals are recorded.
   std::optional<std::string> safeTarget(const std::string& destination,
                                         const std::string& relative);
-  // Whether a link at `linkPath` (inside `destination`) to `target` stays inside.
-  bool safeLinkTarget(const std::string& destination, const std::string& linkPath,
-                      const std::string& target);
   void refuse(const std::string& path, const std::string& reason);
 
-  // Writes a file through `produce`, which calls `sink` with each block and
-  // answers success. The data goes to a temporary name beside the target and
-  // is renamed only on success; a failure leaves nothing behind.
+  // Writes a file through `produce` (see extraction::writeFileAtomically) and
+  // turns a failure into error 5 unless the producer set its own.
   using Sink = std::function<bool(const char*, std::size_t)>;
   bool writeFileAtomically(const std::string& target,
                            const std::function<bool(const Sink&)>& produce);

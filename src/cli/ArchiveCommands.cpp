@@ -116,10 +116,11 @@ int runList(const ArchiveOptions& opts) {
   auto archive = openReader(opts, code);
   if (!archive) return code;
   const bool listed = archive->listFiles();
-  if (!listed) return reportFailure(*archive, "list");
   const bool encrypted = archive->isEncrypted();
   std::vector<const ZipEntry*> entries;
   collect(*archive->rootEntry(), entries);
+  // A list that stopped keeps what it had: shown, then the failure.
+  if (!listed && entries.empty()) return reportFailure(*archive, "list");
   if (opts.json) {
     nlohmann::json out;
     out["format"] = archive->formatName();
@@ -144,7 +145,8 @@ int runList(const ArchiveOptions& opts) {
                   isoDate(e->date()).c_str(), e->path().c_str());
     }
   }
-  return 0;
+  std::cout.flush();
+  return listed ? 0 : reportFailure(*archive, "list");
 }
 
 int runExtract(const ArchiveOptions& opts) {
@@ -152,10 +154,6 @@ int runExtract(const ArchiveOptions& opts) {
   auto archive = openReader(opts, code);
   if (!archive) return code;
   if (!archive->listFiles()) return reportFailure(*archive, "extract");
-  if (archive->isEncrypted() && opts.password.empty() && archive->formatName() == "zip") {
-    std::cerr << "harbor: archive extract: the archive is encrypted; give --password\n";
-    return 2;
-  }
   const ZipEntry* entry = nullptr;
   if (!opts.entry.empty()) {
     auto found = archive->rootEntry()->findPath(opts.entry);
@@ -176,11 +174,17 @@ int runExtract(const ArchiveOptions& opts) {
   archive->setActionDelegate(&progress);
   const bool ok = archive->unArchivePath(entry, destination);
   archive->setActionDelegate(nullptr);
-  for (const auto& refused : archive->refusedEntries())
-    std::cerr << "harbor: archive extract: refused " << refused.path << ": " << refused.reason
-              << "\n";
+  const auto& refused = archive->refusedEntries();
+  for (const auto& r : refused)
+    std::cerr << "harbor: archive extract: refused " << r.path << ": " << r.reason << "\n";
   if (!ok) return reportFailure(*archive, "extract");
   std::cout << destination << "\n";
+  if (!refused.empty()) {
+    std::cerr << "harbor: archive extract: " << refused.size()
+              << (refused.size() == 1 ? " entry was" : " entries were")
+              << " not extracted; everything else was\n";
+    return 1;
+  }
   return 0;
 }
 
@@ -234,6 +238,9 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
                          "Destination folder (default: a new folder named after the archive)");
   extractCmd->add_option("--entry", extract->entry, "Only this entry (a file or folder path)");
   extractCmd->add_option("--password", extract->password, "Password of an encrypted archive");
+  extractCmd->footer(
+      "Exit status: 0 when everything was extracted; 1 on failure, or when entries that would "
+      "land outside DEST were refused (the rest is extracted); 2 for a wrong or missing password.");
   extractCmd->callback([extract, &exitCode] { exitCode = runExtract(*extract); });
 
   auto create = std::make_shared<ArchiveOptions>();

@@ -25,7 +25,10 @@ TEST_F(ArchiveCli, CreateListExtractWithPassword) {
   const std::string zip = (dir / "out.zip").string();
   ASSERT_EQ(harbor({"archive", "create", zip, (dir / "docs").string(), "--password", "pw"}).code,
             0);
-  auto list = harbor({"archive", "list", zip, "--json"});
+  auto locked = harbor({"archive", "list", zip, "--json"});
+  EXPECT_EQ(locked.code, 2);
+  EXPECT_NE(locked.err.find("password"), std::string::npos) << locked.err;
+  auto list = harbor({"archive", "list", zip, "--json", "--password", "pw"});
   ASSERT_EQ(list.code, 0) << list.err;
   auto j = nlohmann::json::parse(list.out);
   EXPECT_EQ(j["format"], "zip");
@@ -61,7 +64,8 @@ with zipfile.ZipFile('evil.zip', 'w') as z:
 )"));
   fs::create_directories(dir / "d/e");
   auto r = harbor({"archive", "extract", (dir / "evil.zip").string(), (dir / "d/e").string()});
-  EXPECT_EQ(r.code, 0);
+  // The rest is extracted, but a refusal is not a clean run.
+  EXPECT_EQ(r.code, 1);
   EXPECT_NE(r.err.find("refused ../escape.txt"), std::string::npos) << r.err;
   EXPECT_FALSE(fs::exists(dir / "d/escape.txt"));
   EXPECT_EQ(readFile(dir / "d/e/fine.txt"), "y");

@@ -82,9 +82,18 @@ TEST_F(ZipArchiveTest, PasswordWriteAndRead) {
     EXPECT_FALSE(run("unzip -tq -P wrong '" + zip.string() + "' >/dev/null 2>&1"));
   }
   auto r = reader(zip);
-  ASSERT_TRUE(r->listFiles());
+  // Entries are opened while listing: without the password the list ends at
+  // the first encrypted entry (the folder before it stays), as error 4.
+  EXPECT_FALSE(r->listFiles());
+  EXPECT_TRUE(r->isPasswordFailure());
+  EXPECT_EQ(r->archiveError()->code, kArchiveErrorArchive);
+  EXPECT_EQ(entryPaths(*r), (std::vector<std::string>{"top/"}));
   EXPECT_TRUE(r->isEncrypted());
+  r->setPassword("wrong");
+  EXPECT_FALSE(r->listFiles());
+  EXPECT_TRUE(r->isPasswordFailure());
   // Missing, then wrong: a password failure, and no file under any name.
+  r->setPassword("");
   EXPECT_FALSE(r->unArchivePath(dir / "none"));
   EXPECT_TRUE(r->isPasswordFailure());
   r->setPassword("wrong");
@@ -92,6 +101,8 @@ TEST_F(ZipArchiveTest, PasswordWriteAndRead) {
   EXPECT_TRUE(r->isPasswordFailure());
   for (const auto& p : treeOf(dir / "bad")) EXPECT_TRUE(fs::is_directory(dir / "bad" / p)) << p;
   r->setPassword("s3cret");
+  ASSERT_TRUE(r->listFiles());
+  EXPECT_EQ(entryPaths(*r).size(), 5u);
   ASSERT_TRUE(r->unArchivePath(dir / "good"));
   EXPECT_EQ(readFile(dir / "good/top/sub/b.bin"), readFile(dir / "src/top/sub/b.bin"));
 }

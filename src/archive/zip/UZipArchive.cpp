@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "archive/zip/ZipCrypto.h"
+#include "archive/zip/ZipEntryReader.h"
 #include "encoding/EncodingUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Cancellation.h"
@@ -18,6 +18,7 @@
 
 namespace harbor {
 namespace fs = std::filesystem;
+using namespace zipentry;
 namespace {
 
 constexpr std::size_t kBlock = 64 * 1024;
@@ -25,137 +26,6 @@ constexpr std::size_t kBlock = 64 * 1024;
 unzFile handle(void* p) {
   return static_cast<unzFile>(p);
 }
-
-struct CurrentInfo {
-  unz_file_info64 info{};
-  std::vector<char> rawName;
-};
-
-bool readInfo(unzFile z, CurrentInfo& out) {
-  if (unzGetCurrentFileInfo64(z, &out.info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK)
-    return false;
-  out.rawName.assign(out.info.size_filename + 1, '\0');
-  return unzGetCurrentFileInfo64(z, &out.info, out.rawName.data(), out.rawName.size(), nullptr, 0,
-                                 nullptr, 0) == UNZ_OK;
-}
-
-std::optional<std::chrono::system_clock::time_point> infoDate(const unz_file_info64& info) {
-  std::tm tm{};
-  tm.tm_year = static_cast<int>(info.tmu_date.tm_year) - 1900;
-  tm.tm_mon = static_cast<int>(info.tmu_date.tm_mon);
-  tm.tm_mday = static_cast<int>(info.tmu_date.tm_mday);
-  tm.tm_hour = static_cast<int>(info.tmu_date.tm_hour);
-  tm.tm_min = static_cast<int>(info.tmu_date.tm_min);
-  tm.tm_sec = static_cast<int>(info.tmu_date.tm_sec);
-  tm.tm_isdst = -1;
-  std::time_t t = std::mktime(&tm);
-  if (t == -1) return std::nullopt;
-  return std::chrono::system_clock::from_time_t(t);
-}
-
-unsigned fileMode(const unz_file_info64& info) {
-  // Only archives made on Unix keep a mode in the high half.
-  if ((info.version >> 8) != 3) return 0;
-  return static_cast<unsigned>(info.external_fa >> 16);
-}
-
-std::string normalised(std::string name) {
-  for (char& c : name)
-    if (c == '\\') c = '/';
-  return name;
-}
-
-// The data of the current entry. Plain entries go through minizip; encrypted
-// ones are read raw, deciphered and inflated here.
-class EntryReader {
- public:
-  EntryReader(unzFile z, const unz_file_info64& info) : z_(z), info_(info) {}
-  ~EntryReader() {
-    if (opened_) unzCloseCurrentFile(z_);
-    if (inflating_) inflateEnd(&stream_);
-  }
-  enum class Open { ok, failed, wrongPassword };
-  Open open(const std::string& password) {
-    if (!(info_.flag & 1)) {
-      opened_ = unzOpenCurrentFile(z_) == UNZ_OK;
-      return opened_ ? Open::ok : Open::failed;
-    }
-    int method = 0, level = 0;
-    if (unzOpenCurrentFile2(z_, &method, &level, 1) != UNZ_OK) return Open::failed;
-    opened_ = true;
-    encrypted_ = true;
-    crypto_.emplace(password);
-    unsigned char header[ZipCrypto::kHeaderSize];
-    if (unzReadCurrentFile(z_, header, sizeof header) != static_cast<int>(sizeof header))
-      return Open::failed;
-    // With a data descriptor the check byte comes from the time, else the CRC.
-    const auto check = (info_.flag & 8) ? static_cast<unsigned char>(info_.dosDate >> 8)
-                                        : static_cast<unsigned char>(info_.crc >> 24);
-    if (!crypto_->checkHeader(header, check)) return Open::wrongPassword;
-    if (method == Z_DEFLATED) {
-      if (inflateInit2(&stream_, -MAX_WBITS) != Z_OK) return Open::failed;
-      inflating_ = true;
-    } else if (method != 0) {
-      return Open::failed;
-    }
-    return Open::ok;
-  }
-  // Bytes read, 0 at the end, -1 for damage.
-  int read(char* out, unsigned cap) {
-    if (!encrypted_) return unzReadCurrentFile(z_, out, cap);
-    if (!inflating_) {
-      int n = unzReadCurrentFile(z_, out, cap);
-      if (n > 0) finishBlock(out, n);
-      return n;
-    }
-    if (ended_) return 0;
-    stream_.next_out = reinterpret_cast<Bytef*>(out);
-    stream_.avail_out = cap;
-    for (;;) {
-      if (stream_.avail_in == 0) {
-        int n = unzReadCurrentFile(z_, in_, sizeof in_);
-        if (n < 0) return -1;
-        if (n == 0) return -1;  // cut short before the end of the stream
-        crypto_->decrypt(reinterpret_cast<unsigned char*>(in_), static_cast<std::size_t>(n));
-        stream_.next_in = reinterpret_cast<Bytef*>(in_);
-        stream_.avail_in = static_cast<uInt>(n);
-      }
-      int rc = inflate(&stream_, Z_NO_FLUSH);
-      if (rc == Z_STREAM_END)
-        ended_ = true;
-      else if (rc != Z_OK && rc != Z_BUF_ERROR)
-        return -1;
-      const int produced = static_cast<int>(cap - stream_.avail_out);
-      if (produced > 0 || ended_) {
-        crc_ = crc32(crc_, reinterpret_cast<Bytef*>(out), static_cast<uInt>(produced));
-        return produced;
-      }
-    }
-  }
-  // True when the data was whole and its CRC matches.
-  bool finish() {
-    opened_ = false;
-    const int rc = unzCloseCurrentFile(z_);
-    if (!encrypted_) return rc == UNZ_OK;
-    return crc_ == info_.crc;
-  }
-
- private:
-  void finishBlock(char* out, int n) {
-    crypto_->decrypt(reinterpret_cast<unsigned char*>(out), static_cast<std::size_t>(n));
-    crc_ = crc32(crc_, reinterpret_cast<Bytef*>(out), static_cast<uInt>(n));
-  }
-  unzFile z_;
-  const unz_file_info64& info_;
-  bool opened_ = false;
-  bool encrypted_ = false;
-  bool inflating_ = false;
-  bool ended_ = false;
-  std::optional<ZipCrypto> crypto_;
-  z_stream stream_{};
-  char in_[64 * 1024];
-  uLong crc_ = crc32(0, nullptr, 0);
-};
 
 }  // namespace
 
@@ -218,6 +88,19 @@ void UZipArchive::detectorEncoding() {
   }
 }
 
+std::string UZipArchive::entryName(const CurrentInfo& ci) const {
+  // Names flagged UTF-8 are taken as they are.
+  return normalised((ci.info.flag & 0x800)
+                        ? std::string(ci.rawName.data(), ci.info.size_filename)
+                        : charToString(ci.rawName.data(), ci.info.size_filename));
+}
+
+Error UZipArchive::passwordError(const CurrentInfo& ci) const {
+  const std::string name = entryName(ci);
+  return {kArchiveErrorDomain, kArchiveErrorArchive,
+          (password_.empty() ? "A password is needed for " : "Wrong password for ") + name};
+}
+
 bool UZipArchive::listFiles() {
   rootEntry_->clear();
   detectorEncoding();
@@ -231,10 +114,15 @@ bool UZipArchive::listFiles() {
       setError(errorArchive());
       break;
     }
-    std::string name = (ci.info.flag & 0x800)
-                           ? std::string(ci.rawName.data(), ci.info.size_filename)
-                           : charToString(ci.rawName.data(), ci.info.size_filename);
-    name = normalised(name);
+    // Entries are opened as they are listed, so an encrypted one without the
+    // right password ends the list there.
+    ZipEntryReader probe(z, ci.info);
+    if (const auto opened = probe.open(password_); opened != ZipEntryReader::Open::ok) {
+      passwordFailure_ = opened == ZipEntryReader::Open::wrongPassword;
+      setError(passwordFailure_ ? passwordError(ci) : errorArchive());
+      break;
+    }
+    std::string name = entryName(ci);
     if (isIgnore(name) || name.empty()) continue;
     const bool isDir = name.back() == '/';
     std::optional<std::string> alias;
@@ -286,18 +174,12 @@ bool UZipArchive::unArchiveFile(const std::string& destination, const std::strin
     FileUtil::createFolder(*target);
     return true;
   }
-  const bool encrypted = ci.info.flag & 1;
-  if (encrypted && password_.empty()) {
-    passwordFailure_ = true;
-    setError({kArchiveErrorDomain, kArchiveErrorArchive, "A password is needed for " + entryPath});
-    return false;
-  }
-  auto reader = std::make_unique<EntryReader>(z, ci.info);
+  auto reader = std::make_unique<ZipEntryReader>(z, ci.info);
   const auto opened = reader->open(password_);
-  if (opened != EntryReader::Open::ok) {
-    if (opened == EntryReader::Open::wrongPassword) {
+  if (opened != ZipEntryReader::Open::ok) {
+    if (opened == ZipEntryReader::Open::wrongPassword) {
       passwordFailure_ = true;
-      setError({kArchiveErrorDomain, kArchiveErrorArchive, "Wrong password for " + entryPath});
+      setError(passwordError(ci));
     } else {
       setError(errorArchive());
     }
@@ -362,10 +244,7 @@ bool UZipArchive::unArchiveAll(const std::string& destination) {
       ok = false;
       break;
     }
-    std::string name = (ci.info.flag & 0x800)
-                           ? std::string(ci.rawName.data(), ci.info.size_filename)
-                           : charToString(ci.rawName.data(), ci.info.size_filename);
-    name = normalised(name);
+    std::string name = entryName(ci);
     if (isIgnore(name)) continue;
     if (!unArchiveFile(destination, name, name)) {
       ok = false;

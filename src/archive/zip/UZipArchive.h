@@ -2,6 +2,10 @@
 
 #include "archive/ArchiveBase.h"
 
+namespace harbor::zipentry {
+struct CurrentInfo;
+}
+
 namespace harbor {
 
 // Reads zip archives through minizip. Names in legacy encodings are decoded
@@ -28,6 +32,11 @@ class UZipArchive : public ArchiveBase {
   // Extracts the current entry to `relative` under `destination`.
   bool unArchiveFile(const std::string& destination, const std::string& relative,
                      const std::string& entryPath);
+
+  // The entry's name as text with "/" separators.
+  std::string entryName(const zipentry::CurrentInfo& ci) const;
+  // Error 4 naming the entry and whether the password was missing or wrong.
+  Error passwordError(const zipentry::CurrentInfo& ci) const;
 
   void* zip_ = nullptr;  // unzFile
 };
