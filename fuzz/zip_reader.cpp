@@ -1,13 +1,16 @@
-// Any bytes as a zip archive: listing and extracting must neither crash nor
-// write anything outside the destination.
+// Any bytes as a zip archive: listing and extracting, with the tree reader and
+// the one-call extractor, must neither crash nor write anything outside the
+// destination.
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <string>
 
+#include "archive/zip/SSZipArchive.h"
 #include "archive/zip/UZipArchive.h"
 
 namespace {
@@ -32,6 +35,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     harbor::UZipArchive reader(archive.string(), nullptr, nullptr, "password");
     reader.listFiles();
     reader.unArchivePath(destination.string());
+    std::optional<harbor::Error> error;
+    harbor::SSZipArchive::unzipFileAtPath(archive.string(), (destination / "ss").string(), false,
+                                          "password", &error, nullptr);
     std::error_code ec;
     std::size_t outside = 0;
     for (const auto& e : fs::directory_iterator(root, ec))

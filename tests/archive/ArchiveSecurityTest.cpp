@@ -5,6 +5,7 @@
 
 #include "ArchiveTestUtil.h"
 #include "archive/tar/UTarManager.h"
+#include "archive/zip/SSZipArchive.h"
 #include "archive/zip/UZipArchive.h"
 
 namespace harbor::test {
@@ -60,6 +61,9 @@ class TraversalTest : public ::testing::Test {
     fs::create_directories(dest);
   }
   void expectNothingOutside(const IArchive& archive) {
+    expectNothingOutside(archive.refusedEntries());
+  }
+  void expectNothingOutside(const std::vector<RefusedEntry>& refusedEntries) {
     std::vector<std::string> outside;
     for (const auto& p : treeOf(dir.path()))
       if (!p.starts_with("a/b/dest/")) outside.push_back(p);
@@ -75,7 +79,7 @@ class TraversalTest : public ::testing::Test {
     EXPECT_FALSE(fs::is_symlink(dest / "lnk"));
     EXPECT_FALSE(fs::is_symlink(dest / "abslink"));
     std::vector<std::string> refused;
-    for (const auto& r : archive.refusedEntries()) refused.push_back(r.path);
+    for (const auto& r : refusedEntries) refused.push_back(r.path);
     for (const char* name : {"../evil1.txt", "a/../../evil2.txt", "lnk", "abslink"})
       EXPECT_NE(std::find(refused.begin(), refused.end(), name), refused.end()) << name;
   }
@@ -88,6 +92,14 @@ TEST_F(TraversalTest, ZipNeverWritesOutside) {
   ASSERT_TRUE(zip.listFiles());
   EXPECT_TRUE(zip.unArchivePath(dest.string()));
   expectNothingOutside(zip);
+}
+
+TEST_F(TraversalTest, OneCallZipExtractorNeverWritesOutside) {
+  std::vector<RefusedEntry> refused;
+  std::optional<Error> error;
+  EXPECT_TRUE(SSZipArchive::unzipFileAtPath((dir / "corpus.zip").string(), dest.string(), true, "",
+                                            &error, nullptr, &refused));
+  expectNothingOutside(refused);
 }
 
 TEST_F(TraversalTest, TarNeverWritesOutside) {
