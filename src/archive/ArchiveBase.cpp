@@ -1,12 +1,7 @@
 #include "archive/ArchiveBase.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <random>
 
 #include "archive/SafeExtraction.h"
 #include "encoding/DetectorCharacter.h"
@@ -20,18 +15,6 @@
 
 namespace harbor {
 namespace fs = std::filesystem;
-
-namespace {
-
-std::string randomName() {
-  static thread_local std::mt19937_64 rng{std::random_device{}()};
-  char buf[40];
-  std::snprintf(buf, sizeof buf, "%016llx%016llx", static_cast<unsigned long long>(rng()),
-                static_cast<unsigned long long>(rng()));
-  return buf;
-}
-
-}  // namespace
 
 ArchiveBase::ArchiveBase(std::string path, ZipEntry::Ptr rootEntry, IActionProgress* action,
                          std::string password, std::uint64_t fileEncoding)
@@ -114,7 +97,7 @@ std::string ArchiveBase::tempRootDirectory() {
 }
 
 std::string ArchiveBase::tempItemDirectory() {
-  std::string dir = (fs::path(tempRootDirectory()) / randomName()).string();
+  std::string dir = (fs::path(tempRootDirectory()) / extraction::uniqueName()).string();
   FileUtil::createFolder(dir);
   return dir;
 }

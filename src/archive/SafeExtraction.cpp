@@ -11,17 +11,13 @@
 
 namespace harbor::extraction {
 namespace fs = std::filesystem;
-namespace {
-
-std::string randomName() {
+std::string uniqueName() {
   static thread_local std::mt19937_64 rng{std::random_device{}()};
   char buf[40];
   std::snprintf(buf, sizeof buf, "%016llx%016llx", static_cast<unsigned long long>(rng()),
                 static_cast<unsigned long long>(rng()));
   return buf;
 }
-
-}  // namespace
 
 std::optional<std::string> safeTarget(const std::string& destination, const std::string& relative,
                                       std::string& reason) {
@@ -76,7 +72,7 @@ WriteResult writeFileAtomically(const std::string& target,
   std::error_code ec;
   fs::create_directories(fs::path(target).parent_path(), ec);
   const std::string temp = (fs::path(target).parent_path() /
-                            ("." + fs::path(target).filename().string() + ".part-" + randomName()))
+                            ("." + fs::path(target).filename().string() + ".part-" + uniqueName()))
                                .string();
   FILE* out = std::fopen(temp.c_str(), "wb");
   if (!out) return WriteResult::ioFailed;

@@ -11,6 +11,9 @@ namespace harbor {
 // destination and nothing half-written is left under a final name.
 namespace extraction {
 
+// 32 random hex digits, for temporary names that must not collide.
+std::string uniqueName();
+
 // Where `relative` lands under `destination`, or none with `reason` set:
 // an absolute name, a ".." component, or a folder on the way that is a link
 // (made by an earlier entry) would carry the entry somewhere else.
