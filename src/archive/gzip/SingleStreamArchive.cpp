@@ -154,12 +154,8 @@ bool UGZipArchive::expand(FILE* out) {
       ok = false;
       break;
     }
-    progressSize_ += static_cast<std::uint64_t>(n);
-    if (progressSize_ > kProgressStep) {
-      if (actionDelegate_)
-        actionDelegate_->progressUpdateCurrentSize(static_cast<std::uint64_t>(gzoffset(gz)));
-      progressSize_ = 0;
-    }
+    addExpanded(static_cast<std::uint64_t>(n),
+                [&] { return static_cast<std::uint64_t>(gzoffset(gz)); });
   }
   gzclose(gz);
   return ok;
@@ -198,12 +194,8 @@ bool Bz2Manager::expand(FILE* out) {
           ok = false;
           break;
         }
-        progressSize_ += static_cast<std::uint64_t>(n);
-        if (progressSize_ > kProgressStep) {
-          if (actionDelegate_)
-            actionDelegate_->progressUpdateCurrentSize(static_cast<std::uint64_t>(std::ftell(in)));
-          progressSize_ = 0;
-        }
+        addExpanded(static_cast<std::uint64_t>(n),
+                    [&] { return static_cast<std::uint64_t>(std::ftell(in)); });
       }
     }
     if (ok && bzError != BZ_STREAM_END) {

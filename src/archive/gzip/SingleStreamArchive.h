@@ -4,6 +4,7 @@
 
 #include "archive/ArchiveBase.h"
 #include "archive/tar/UTarManager.h"
+#include "filemanager/IActionProgress.h"
 
 namespace harbor {
 
@@ -34,6 +35,16 @@ class SingleStreamArchive : public ArchiveBase {
   virtual bool isTarAlias(const std::string& lowerExtension) const = 0;
   // Expands the archive into `out`; sets the error on failure.
   virtual bool expand(FILE* out) = 0;
+  // Counts `n` expanded bytes; past the step, reports how far into the
+  // compressed file `position()` is (asked only then: it may cost a call).
+  template <class Position>
+  void addExpanded(std::uint64_t n, Position position) {
+    progressSize_ += n;
+    if (progressSize_ > kProgressStep) {
+      if (actionDelegate_) actionDelegate_->progressUpdateCurrentSize(position());
+      progressSize_ = 0;
+    }
+  }
 
  private:
   bool unArchiveNoTarFormat(const std::string& destination);

@@ -40,6 +40,19 @@ std::uint64_t fileSizeOf(FILE* f) {
   return fstat(fileno(f), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
 }
 
+// The records of a pax or long-name header, kept up to a bound whatever size
+// the header declares; false when the archive ends first.
+bool readPayload(FILE* f, std::uint64_t size, std::string& raw) {
+  char piece[kBlock];
+  for (std::uint64_t left = size; left > 0;) {
+    if (std::fread(piece, 1, kBlock, f) != kBlock) return false;
+    const auto take = static_cast<std::size_t>(std::min<std::uint64_t>(left, kBlock));
+    if (raw.size() < kMaxLongName) raw.append(piece, take);
+    left -= take;
+  }
+  return true;
+}
+
 }  // namespace
 
 UTarManager::UTarManager(std::string path, ZipEntry::Ptr rootEntry, IActionProgress* action,
@@ -202,15 +215,8 @@ bool UTarManager::extractFile(bool list) {
       case 'x': {
         // pax: only the long path and link target matter here.
         std::string raw;
-        std::uint64_t left = size;
-        char piece[kBlock];
-        while (left > 0) {
-          if (std::fread(piece, 1, kBlock, f) != kBlock) break;
-          std::size_t take = static_cast<std::size_t>(std::min<std::uint64_t>(left, kBlock));
-          if (raw.size() < kMaxLongName) raw.append(piece, take);
-          left -= take;
-        }
-        if (left > 0) {
+        const bool whole = readPayload(f, size, raw);
+        if (!whole) {
           setError(errorArchive());
           return false;
         }
@@ -230,17 +236,10 @@ bool UTarManager::extractFile(bool list) {
       case 'L': {
         // The next header's name, never trusted for its declared size.
         std::string raw;
-        std::uint64_t left = size;
-        char piece[kBlock];
-        while (left > 0) {
-          if (std::fread(piece, 1, kBlock, f) != kBlock) break;
-          std::size_t take = static_cast<std::size_t>(std::min<std::uint64_t>(left, kBlock));
-          if (raw.size() < kMaxLongName) raw.append(piece, take);
-          left -= take;
-        }
+        const bool whole = readPayload(f, size, raw);
         dataConsumed = true;
         longName_ = charToString(raw.data(), strnlen(raw.data(), raw.size()));
-        if (left > 0) {
+        if (!whole) {
           setError(errorArchive());
           return false;
         }
