@@ -116,11 +116,11 @@ int runList(const ArchiveOptions& opts) {
   auto archive = openReader(opts, code);
   if (!archive) return code;
   const bool listed = archive->listFiles();
-  const bool encrypted = archive->isEncrypted();
   std::vector<const ZipEntry*> entries;
   collect(*archive->rootEntry(), entries);
   // A list that stopped keeps what it had: shown, then the failure.
   if (!listed && entries.empty()) return reportFailure(*archive, "list");
+  const bool encrypted = archive->isEncrypted();
   if (opts.json) {
     nlohmann::json out;
     out["format"] = archive->formatName();

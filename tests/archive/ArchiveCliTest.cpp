@@ -28,6 +28,10 @@ TEST_F(ArchiveCli, CreateListExtractWithPassword) {
   auto locked = harbor({"archive", "list", zip, "--json"});
   EXPECT_EQ(locked.code, 2);
   EXPECT_NE(locked.err.find("password"), std::string::npos) << locked.err;
+  // What was listed before the first encrypted entry is still printed.
+  auto partial = nlohmann::json::parse(locked.out);
+  ASSERT_EQ(partial["entries"].size(), 1u);
+  EXPECT_EQ(partial["entries"][0]["path"], "docs/");
   auto list = harbor({"archive", "list", zip, "--json", "--password", "pw"});
   ASSERT_EQ(list.code, 0) << list.err;
   auto j = nlohmann::json::parse(list.out);
