@@ -7,6 +7,7 @@
 #include "archive/ZipBase.h"
 #include "archive/zip/UZipArchive.h"
 #include "archive/zip/UZipFileArchive.h"
+#include "encoding/EncodingUtil.h"
 #include "platform/Cancellation.h"
 
 namespace harbor::test {
@@ -189,6 +190,20 @@ open('cp437.zip', 'wb').write(data)
   EXPECT_NE(std::find(paths.begin(), paths.end(), "東京都の資料一覧.txt"), paths.end())
       << "detected as " << r->encodingName();
   EXPECT_NE(std::find(paths.begin(), paths.end(), "新しいフォルダー/説明書.txt"), paths.end());
+
+  // A forced encoding wins for each name it decodes; a name it cannot decode
+  // (0x81 has no windows-1252 character) falls back to the detected one, and
+  // forcing UTF-8 on Shift_JIS bytes changes nothing.
+  auto forcedDos = reader(dir / "cp437.zip");
+  forcedDos->setFileEncoding(EncodingUtil::convertStringToNSStringEncoding("windows-1252"));
+  ASSERT_TRUE(forcedDos->listFiles());
+  EXPECT_TRUE(forcedDos->rootEntry()->findPath("šbersicht der Gr”áen.txt"))
+      << ::testing::PrintToString(entryPaths(*forcedDos));
+  EXPECT_TRUE(forcedDos->rootEntry()->findPath("Café Menü.txt"));
+  auto forcedUtf8 = reader(dir / "sjis.zip");
+  forcedUtf8->setFileEncoding(kUTF8StringEncoding);
+  ASSERT_TRUE(forcedUtf8->listFiles());
+  EXPECT_EQ(entryPaths(*forcedUtf8), paths);
 }
 
 TEST_F(ZipArchiveTest, DamagedEntryLeavesNoFile) {
