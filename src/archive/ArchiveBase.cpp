@@ -87,9 +87,22 @@ ArchiveBase::Date ArchiveBase::dateFor1970() {
   return std::chrono::system_clock::from_time_t(0);
 }
 
+std::optional<ArchiveBase::Date> ArchiveBase::dateAfter(Date base, std::int64_t seconds) {
+  using std::chrono::duration_cast;
+  // Archives may claim any number of seconds; the clock holds about 292
+  // years either side of 1970, and beyond that there is no date.
+  const std::int64_t limit = duration_cast<std::chrono::seconds>(Date::duration::max()).count() - 1;
+  std::int64_t total = 0;
+  if (__builtin_add_overflow(duration_cast<std::chrono::seconds>(base.time_since_epoch()).count(),
+                             seconds, &total) ||
+      total > limit || total < -limit)
+    return std::nullopt;
+  return base + duration_cast<Date::duration>(std::chrono::seconds(seconds));
+}
+
 std::optional<ArchiveBase::Date> ArchiveBase::getDateWithInterval(std::int64_t seconds) const {
   if (seconds <= 0) return std::nullopt;
-  return relativeDate_ + std::chrono::seconds(seconds);
+  return dateAfter(relativeDate_, seconds);
 }
 
 std::string ArchiveBase::tempRootDirectory() {

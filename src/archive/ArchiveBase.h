@@ -51,6 +51,8 @@ class ArchiveBase : public IArchive {
   static Date dateFor1980();  // local time
   static Date dateFor1970();  // GMT
   std::optional<Date> getDateWithInterval(std::int64_t seconds) const;
+  // `base` moved by `seconds` (either way); none when the clock cannot hold it.
+  static std::optional<Date> dateAfter(Date base, std::int64_t seconds);
 
   static std::string tempRootDirectory();
   static std::string tempItemDirectory();  // a new folder each call

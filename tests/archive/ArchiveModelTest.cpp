@@ -77,6 +77,15 @@ TEST(ArchiveBaseDates, IntervalsAndEpochs) {
   EXPECT_EQ(tm.tm_year, 80);
   EXPECT_EQ(tm.tm_mday, 1);
   EXPECT_EQ(tm.tm_hour, 0);
+
+  // Any claimed number of seconds: a date when the clock can hold it, else none.
+  const auto epoch = ArchiveBase::dateFor1970();
+  EXPECT_EQ(std::chrono::system_clock::to_time_t(*ArchiveBase::dateAfter(epoch, 1700000000)),
+            1700000000);
+  EXPECT_EQ(std::chrono::system_clock::to_time_t(*ArchiveBase::dateAfter(epoch, -86400)), -86400);
+  EXPECT_FALSE(ArchiveBase::dateAfter(epoch, 14362818247));  // a 12-digit octal tar time
+  EXPECT_FALSE(ArchiveBase::dateAfter(ArchiveBase::dateFor1980(), INT64_MAX));
+  EXPECT_FALSE(ArchiveBase::dateAfter(epoch, INT64_MIN));
 }
 
 }  // namespace

@@ -99,7 +99,7 @@ bool URarArchive::walk(const ZipEntry* selected, const std::string* destination)
     if (name.empty() || isIgnore(name)) continue;
     const auto date =
         archive_entry_mtime_is_set(e)
-            ? std::optional(std::chrono::system_clock::from_time_t(archive_entry_mtime(e)))
+            ? dateAfter(dateFor1970(), static_cast<std::int64_t>(archive_entry_mtime(e)))
             : std::nullopt;
     const char* link = archive_entry_symlink(e);
     if (listing) {
