@@ -151,31 +151,22 @@ with zipfile.ZipFile('odd.zip', 'w') as z:
 }
 
 TEST_F(ZipArchiveTest, LegacyNameEncodingsAreDetected) {
-  // Placeholder names of the same byte length are swapped for raw
-  // Shift_JIS bytes, with no UTF-8 flag, as old tools wrote them.
+  // Placeholder names of the same byte length are swapped for raw legacy
+  // bytes, with no UTF-8 flag, as old tools wrote them.
   ASSERT_TRUE(runPython(dir.path(), R"(
 import zipfile
-names = ['日本語のファイル名です.txt', '東京都の資料一覧.txt', '新しいフォルダー/説明書.txt']
-raw = [n.encode('shift_jis') for n in names]
-with zipfile.ZipFile('sjis.zip', 'w') as z:
+def legacy(path, encoding, names):
+    raw = [n.encode(encoding) for n in names]
+    with zipfile.ZipFile(path, 'w') as z:
+        for i, r in enumerate(raw):
+            z.writestr(('%d' % i) * len(r), 'x')
+    data = open(path, 'rb').read()
     for i, r in enumerate(raw):
-        z.writestr(('%d' % i) * len(r), 'x')
-data = open('sjis.zip', 'rb').read()
-for i, r in enumerate(raw):
-    data = data.replace((('%d' % i) * len(r)).encode(), r)
-open('sjis.zip', 'wb').write(data)
-)"));
-  ASSERT_TRUE(runPython(dir.path(), R"(
-import zipfile
-names = ['Übersicht der Größen.txt', 'Café Menü.txt', 'Straße/Grüße.txt']
-raw = [n.encode('cp437') for n in names]
-with zipfile.ZipFile('cp437.zip', 'w') as z:
-    for i, r in enumerate(raw):
-        z.writestr(('%d' % i) * len(r), 'x')
-data = open('cp437.zip', 'rb').read()
-for i, r in enumerate(raw):
-    data = data.replace((('%d' % i) * len(r)).encode(), r)
-open('cp437.zip', 'wb').write(data)
+        data = data.replace((('%d' % i) * len(r)).encode(), r)
+    open(path, 'wb').write(data)
+legacy('sjis.zip', 'shift_jis',
+       ['日本語のファイル名です.txt', '東京都の資料一覧.txt', '新しいフォルダー/説明書.txt'])
+legacy('cp437.zip', 'cp437', ['Übersicht der Größen.txt', 'Café Menü.txt', 'Straße/Grüße.txt'])
 )"));
   auto dos = reader(dir / "cp437.zip");
   ASSERT_TRUE(dos->listFiles());
