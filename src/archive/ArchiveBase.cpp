@@ -134,7 +134,10 @@ bool ArchiveBase::makeLink(const std::string& destination, const std::string& li
     refuse(entryPath, "link points outside the destination");
     return true;  // neutralised, not a failure of the archive
   }
-  return extraction::replaceWithLink(linkPath, target);
+  if (extraction::replaceWithLink(linkPath, target)) return true;
+  // The system refuses some targets (longer than a path may be, for one).
+  setError(errorFailedToCreateFile(FileUtil::getFileName(linkPath)));
+  return false;
 }
 
 bool ArchiveBase::writeFileAtomically(const std::string& target,

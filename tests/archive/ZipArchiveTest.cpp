@@ -197,6 +197,33 @@ legacy('cp437.zip', 'cp437', ['Übersicht der Größen.txt', 'Café Menü.txt', 
   EXPECT_EQ(entryPaths(*forcedUtf8), paths);
 }
 
+TEST_F(ZipArchiveTest, LongLinkTargetsKeptOrClearlyRefused) {
+  ASSERT_TRUE(runPython(dir.path(), R"(
+import zipfile
+def link(z, name, target):
+    info = zipfile.ZipInfo(name)
+    info.create_system = 3
+    info.external_attr = 0o120777 << 16
+    z.writestr(info, target)
+with zipfile.ZipFile('fits.zip', 'w') as z:
+    link(z, 'l', 'y' * 4000)
+with zipfile.ZipFile('long.zip', 'w') as z:
+    link(z, 'l', 'x' * 5000)
+)"));
+  auto fits = reader(dir / "fits.zip");
+  ASSERT_TRUE(fits->listFiles());
+  ASSERT_TRUE(fits->unArchivePath(dir / "f"));
+  EXPECT_EQ(fs::read_symlink(dir / "f/l"), std::string(4000, 'y'));
+  // Even cut to 4096 bytes, the target is longer than the system takes: a clear
+  // error naming the link, not a silent failure.
+  auto cut = reader(dir / "long.zip");
+  ASSERT_TRUE(cut->listFiles());
+  EXPECT_FALSE(cut->unArchivePath(dir / "c"));
+  ASSERT_TRUE(cut->archiveError());
+  EXPECT_EQ(cut->archiveError()->code, kArchiveErrorCreateFile);
+  EXPECT_NE(cut->archiveError()->message.find(" l"), std::string::npos);
+}
+
 TEST_F(ZipArchiveTest, DamagedEntryLeavesNoFile) {
   std::string big;
   for (int i = 0; i < 300000; ++i) big += static_cast<char>((i * 2654435761u) >> 24);
