@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ParserChecks.h"
 #include "platform/TextStorage.h"
 #include "syntax/CodeFactory.h"
 #include "syntax/parsers/HtmlParsers.h"
@@ -19,11 +20,7 @@ using harbor::HtmlFormatParser;
 using harbor::SuggestField;
 using harbor::TextRange;
 using harbor::TextStorage;
-
-#define CHECK(cond)                \
-  do {                             \
-    if (!(cond)) __builtin_trap(); \
-  } while (0)
+using harbor::fuzz::checkList;
 
 struct Delegate : harbor::ISuggestDelegate {
   TextRange selection;
@@ -35,16 +32,6 @@ struct Delegate : harbor::ISuggestDelegate {
   TextRange onSelectedRange() override { return selection; }
   std::size_t limit = 0;
 };
-
-void checkList(const std::vector<CodeRangeItem>& items, std::size_t from, std::size_t to) {
-  std::size_t end = from;
-  for (const auto& item : items) {
-    CHECK(item.range.length > 0);
-    CHECK(item.range.location >= end);
-    CHECK(item.range.end() <= to);
-    end = item.range.end();
-  }
-}
 
 void checkParser(const CodeFormatParser& p, std::size_t textLength) {
   CHECK(p.lastIndex <= textLength && p.currentIndex <= p.lastIndex);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ParserChecks.h"
 #include "platform/TextStorage.h"
 #include "syntax/CodeFactory.h"
 #include "syntax/CodeFormatParser.h"
@@ -17,23 +18,7 @@ using harbor::CodeFormatParser;
 using harbor::CodeRangeItem;
 using harbor::TextRange;
 using harbor::TextStorage;
-
-#define CHECK(cond)                \
-  do {                             \
-    if (!(cond)) __builtin_trap(); \
-  } while (0)
-
-// Ranges of one list lie inside the pass, are not empty, and come in text
-// order without overlapping: the run merging of the pass relies on it.
-void checkList(const std::vector<CodeRangeItem>& items, std::size_t from, std::size_t to) {
-  std::size_t end = from;
-  for (const auto& item : items) {
-    CHECK(item.range.length > 0);
-    CHECK(item.range.location >= end);
-    CHECK(item.range.end() <= to);
-    end = item.range.end();
-  }
-}
+using harbor::fuzz::checkList;
 
 void checkParser(const CodeFormatParser& p, std::size_t textLength) {
   CHECK(p.lastIndex <= textLength);

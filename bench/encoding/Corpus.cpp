@@ -66,6 +66,13 @@ std::string gunzip(const fs::path& file) {
   return out;
 }
 
+// Past the argument of \f or \* at `i`: one letter, "(xx" or "[...]".
+std::size_t skipEscapeArgument(std::string_view line, std::size_t i) {
+  if (i + 1 < line.size() && line[i + 1] == '(') return i + 3;
+  if (i + 1 < line.size() && line[i + 1] == '[') return std::min(line.size(), line.find(']', i));
+  return i + 1;
+}
+
 // The words of a roff line: font changes, escapes and quoting dropped.
 std::string roffText(std::string_view line) {
   std::string out;
@@ -77,25 +84,13 @@ std::string roffText(std::string_view line) {
     if (++i >= line.size()) break;
     switch (line[i]) {
       case 'f':  // \fB, \f(CW, \f[...]
-        if (i + 1 < line.size() && line[i + 1] == '(') {
-          i += 3;
-        } else if (i + 1 < line.size() && line[i + 1] == '[') {
-          i = std::min(line.size(), line.find(']', i));
-        } else {
-          ++i;
-        }
+        i = skipEscapeArgument(line, i);
         break;
       case '(':  // \(em and other specials: two letters
         i += 2;
         break;
       case '*':  // strings: \*x, \*(xx, \*[...]
-        if (i + 1 < line.size() && line[i + 1] == '(') {
-          i += 3;
-        } else if (i + 1 < line.size() && line[i + 1] == '[') {
-          i = std::min(line.size(), line.find(']', i));
-        } else {
-          ++i;
-        }
+        i = skipEscapeArgument(line, i);
         break;
       case '-':
         out += '-';
