@@ -5,9 +5,9 @@
 #include <system_error>
 
 #include "app/GlobalConfig.h"
-#include "app/prefs/AppUserDefaultUtils.h"
-#include "app/prefs/FileShareUtil.h"
-#include "app/prefs/SystemUtils.h"
+#include "prefs/AppUserDefaultUtils.h"
+#include "prefs/FileShareUtil.h"
+#include "prefs/SystemUtils.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"

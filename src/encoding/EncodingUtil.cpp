@@ -11,7 +11,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
-#include "app/prefs/PreferenceKeys.h"
+#include "prefs/PreferenceKeys.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/FileBytes.h"
 #include "platform/Directories.h"

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <system_error>
 
-#include "app/prefs/EditorUserDefaults.h"
-#include "app/prefs/EditorUtils.h"
+#include "prefs/EditorUserDefaults.h"
+#include "prefs/EditorUtils.h"
 #include "platform/Unicode.h"
 
 namespace harbor {

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "EncodingTestHelpers.h"
-#include "app/prefs/PreferenceKeys.h"
+#include "prefs/PreferenceKeys.h"
 #include "platform/UserDefaults.h"
 
 namespace harbor {

@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "app/prefs/EditorUserDefaults.h"
-#include "app/prefs/EditorUtils.h"
+#include "prefs/EditorUserDefaults.h"
+#include "prefs/EditorUtils.h"
 #include "support/TestSupport.h"
 #include "syntax/CodeFactory.h"
 

@@ -2,11 +2,11 @@
 
 #include <ctime>
 
-#include "app/prefs/AppUserDefaultUtils.h"
-#include "app/prefs/EditorUserDefaults.h"
-#include "app/prefs/EditorUtils.h"
-#include "app/prefs/PreferenceKeys.h"
-#include "app/prefs/SystemUtils.h"
+#include "prefs/AppUserDefaultUtils.h"
+#include "prefs/EditorUserDefaults.h"
+#include "prefs/EditorUtils.h"
+#include "prefs/PreferenceKeys.h"
+#include "prefs/SystemUtils.h"
 #include "platform/UserDefaults.h"
 #include "support/TestSupport.h"
 

@@ -1,6 +1,6 @@
-#include "app/prefs/SystemUtils.h"
+#include "prefs/SystemUtils.h"
 
-#include "app/prefs/PreferenceKeys.h"
+#include "prefs/PreferenceKeys.h"
 #include "platform/UserDefaults.h"
 
 namespace harbor {

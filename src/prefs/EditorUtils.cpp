@@ -1,4 +1,4 @@
-#include "app/prefs/EditorUtils.h"
+#include "prefs/EditorUtils.h"
 
 #include <system_error>
 

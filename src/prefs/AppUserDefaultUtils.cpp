@@ -1,10 +1,10 @@
-#include "app/prefs/AppUserDefaultUtils.h"
+#include "prefs/AppUserDefaultUtils.h"
 
 #include <ctime>
 
 #include <fmt/format.h>
 
-#include "app/prefs/PreferenceKeys.h"
+#include "prefs/PreferenceKeys.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"
 

@@ -1,4 +1,4 @@
-#include "app/prefs/FileShareUtil.h"
+#include "prefs/FileShareUtil.h"
 
 #include "platform/UserDefaults.h"
 

@@ -1,11 +1,11 @@
-#include "app/prefs/EditorUserDefaults.h"
+#include "prefs/EditorUserDefaults.h"
 
 #include <filesystem>
 #include <set>
 #include <system_error>
 
-#include "app/prefs/EditorUtils.h"
-#include "app/prefs/PreferenceKeys.h"
+#include "prefs/EditorUtils.h"
+#include "prefs/PreferenceKeys.h"
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"
