@@ -114,7 +114,7 @@ void writeJson(const TextStorage& storage, std::ostream& out) {
   for (const auto& [r, c] : colouredRuns(storage)) {
     runs.push_back({{"location", r.location}, {"length", r.length}, {"color", c.hex()}});
   }
-  out << ordered_json{{"length", storage.length()}, {"runs", std::move(runs)}}.dump() << "\n";
+  out << jsonText(ordered_json{{"length", storage.length()}, {"runs", std::move(runs)}}) << "\n";
 }
 
 struct Options {
