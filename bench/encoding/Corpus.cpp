@@ -266,6 +266,8 @@ std::vector<std::string> collectPageHeads(std::size_t maxSize) {
       meta = end + 1;
     }
     kept += page.substr(pos, bodyEnd + 1 - pos);
+    // So does an XML declaration's encoding: the page then says one thing.
+    if (kept.rfind("<?xml", 0) == 0) kept.erase(0, kept.find('>') + 1);
     std::string keptLower = kept;
     std::transform(keptLower.begin(), keptLower.end(), keptLower.begin(), ::tolower);
     const std::size_t insertAt = keptLower.find('>', keptLower.find("<head")) + 1;
