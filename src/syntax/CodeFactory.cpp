@@ -7,6 +7,7 @@
 #include "platform/Unicode.h"
 #include "prefs/EditorUserDefaults.h"
 #include "prefs/EditorUtils.h"
+#include "prefs/TextExtensions.h"
 #include "syntax/FileContentFormat.h"
 
 namespace harbor {
@@ -142,24 +143,7 @@ std::vector<std::string> CodeFactory::createTextFileFormat() {
 }
 
 std::map<std::string, std::string> CodeFactory::textExtension() {
-  std::map<std::string, std::string> t;
-  for (const char* ext :
-       {"cnf",    "command", "tcl",       "hs",         "pas",   "gradle",      "scala",
-        "groovy", "conf",    "stx",       "cfg",        "yml",   "yaml",        "url",
-        "inc",    "v",       "s",         "hxx",        "hpp",   "pm",          "ashx",
-        "asmx",   "asax",    "pl",        "xib",        "rhtml", "rb",          "asm",
-        "ini",    "lua",     "log",       "am",         "m4",    "in",          "sh",
-        "tiff",   "pch",     "lrc",       "resx",       "xsl",   "xslt",        "sln",
-        "csproj", "build",   "classpath", "project",    "jsp",   "java",        "py",
-        "config", "sql",     "rtf",       "properties", "sdef",  "scriptsuite", "scriptterminology",
-        "plist",  "strings", "erb",       "erl",        "cpp",   "md",          "markdown",
-        "mm",     "m",       "hx",        "h",          "cxx",   "cc",          "c",
-        "php",    "json",    "js",        "xml",        "vb",    "cs",          "ascx",
-        "aspx",   "asp",     "scss",      "css",        "xhtml", "mht",         "htc",
-        "shtm",   "shtml",   "htm",       "html",       "txt"}) {
-    t[ext] = "";
-  }
-  return t;
+  return TextExtensions::builtin();
 }
 
 const std::map<std::string, std::string>& CodeFactory::allSupportTextExtensions() {
@@ -196,6 +180,7 @@ void CodeFactory::loadCustomExtensionsSyntax() {
   }
   std::lock_guard lock(registry().customMutex);
   registry().customExtensions = std::move(table);
+  TextExtensions::reloadCustom();
 }
 
 void CodeFactory::loadCustomOnlyForFileSyntax() {
@@ -349,7 +334,7 @@ CodeFactory::FormatChoice CodeFactory::chooseFormat(const std::string& extension
   FormatChoice choice;
   std::error_code ec;
   const auto size = std::filesystem::file_size(filePath, ec);
-  if (!ec && size > kMaxHighlightBytes) {
+  if (!ec && size > kHighlightCutOff) {
     choice.rule = "too-large";
     return choice;
   }

@@ -22,9 +22,6 @@ class CodeFactory {
   using ConfigTable = std::map<std::string, CodeConfigItem>;
   using ParserMaker = std::function<std::shared_ptr<CodeFormatParser>()>;
 
-  // Files larger than this get no highlighting.
-  static constexpr std::uint64_t kMaxHighlightBytes = 524288;
-
   static CodeFactory& singleInstance();
 
   // Builds the tables (once), then loads the user's assignments.
@@ -85,6 +82,11 @@ class CodeFactory {
       const std::string& cls, const std::optional<CodeConfigItem>& item);
   static std::shared_ptr<CodeFormatParser> makeParser(const std::string& cls);
   static void registerParserClass(const std::string& cls, ParserMaker maker);
+  // Registers class T under its name.
+  template <class T>
+  static void registerParser(const char* cls) {
+    registerParserClass(cls, [] { return std::make_shared<T>(); });
+  }
 };
 
 // Parser classes register here; each family of parsers has its own function.

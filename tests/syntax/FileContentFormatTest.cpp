@@ -97,7 +97,7 @@ TEST_F(ContentRule, OnlyWhenTheNameGivesNothing) {
 
   // Too large for colouring, whatever the first line says.
   std::string big = "#!/bin/sh\n";
-  big.resize(CodeFactory::kMaxHighlightBytes + 1, '#');
+  big.resize(kHighlightCutOff + 1, '#');
   EXPECT_EQ(choose("huge", big).rule, "too-large");
 }
 
