@@ -170,11 +170,14 @@ std::vector<std::string> icuAnswers(std::string_view data) {
 }
 
 // The candidates for these bytes, best first and each once, in our own names
-// (`more` starts with `data` and may run on, for uchardet):
+// (`more` starts with `data` and may run on, for uchardet). Without the ICU
+// detector's list the answer is a prefix of the whole list, since nothing
+// the later names bring moves an earlier one:
 // a byte order mark; valid UTF-8 holding non-ASCII; what the text declares;
 // uchardet's answer; the ICU detector's list. Names no table here knows are
 // left out rather than read as UTF-8.
-std::vector<std::string> candidates(std::string_view data, std::string_view more) {
+std::vector<std::string> candidates(std::string_view data, std::string_view more,
+                                    bool withIcu = true) {
   std::vector<std::string> names;
   auto add = [&names](StringEncoding encoding) {
     if (encoding == kInvalidStringEncoding) return;
@@ -191,7 +194,9 @@ std::vector<std::string> candidates(std::string_view data, std::string_view more
   if (utf8WithNonAscii(data)) add(kUTF8StringEncoding);
   if (auto declared = CharsetDeclaration::declaredEncoding(data)) add(*declared);
   addName(uchardetAnswer(more));
-  for (const std::string& name : icuAnswers(data)) addName(name);
+  if (withIcu) {
+    for (const std::string& name : icuAnswers(data)) addName(name);
+  }
 
   if (auto koi8r = std::find(names.begin(), names.end(), "KOI8-R");
       koi8r != names.end() && koi8uLetters(data) &&
@@ -259,29 +264,39 @@ std::optional<std::u16string> DetectorCharacter::detectorForCharArray(const char
 
 std::optional<std::u16string> DetectorCharacter::detectorWithData(std::string_view data,
                                                                   std::string* outEncoding) {
-  // UTF-8 would be the first candidate: try it before running the detectors,
-  // which are only needed when the whole data turns out not to be UTF-8.
-  const bool utf8Tried = utf8WithNonAscii(sample(data));
-  if (utf8Tried) {
-    if (isCurrentThreadCancelled()) return std::nullopt;
-    if (auto text = StringEncodings::decode(data, kUTF8StringEncoding)) {
-      if (outEncoding) *outEncoding = "UTF-8";
-      return text;
+  // The plain trial of detectorDataEncoding's list, built in steps so that
+  // most files never pay for the later detectors: UTF-8 alone when the
+  // sample is valid UTF-8, then the list up to uchardet's answer, then the
+  // whole list.
+  std::vector<std::string> tried;
+  bool cancelled = false;
+  auto attempt = [&](const std::vector<std::string>& names) -> std::optional<std::u16string> {
+    for (const std::string& name : names) {
+      // The editor loads on its own thread; closing it must not wait for the
+      // rest of the candidates on a large file.
+      if (isCurrentThreadCancelled()) {
+        cancelled = true;
+        return std::nullopt;
+      }
+      if (std::find(tried.begin(), tried.end(), name) != tried.end()) continue;
+      tried.push_back(name);
+      std::optional<std::u16string> text =
+          StringEncodings::decode(data, EncodingUtil::convertStringToNSStringEncoding(name));
+      if (text) {
+        if (outEncoding) *outEncoding = name;
+        return text;
+      }
     }
+    return std::nullopt;
+  };
+  const std::string_view head = sample(data), more = data.substr(0, kUchardetSample);
+  if (utf8WithNonAscii(head)) {
+    if (auto text = attempt({"UTF-8"})) return text;
   }
-  for (const std::string& name : detectorDataEncoding(data)) {
-    // The editor loads on its own thread; closing it must not wait for the
-    // rest of the candidates on a large file.
-    if (isCurrentThreadCancelled()) return std::nullopt;
-    if (utf8Tried && name == "UTF-8") continue;
-    std::optional<std::u16string> text =
-        StringEncodings::decode(data, EncodingUtil::convertStringToNSStringEncoding(name));
-    if (text) {
-      if (outEncoding) *outEncoding = name;
-      return text;
-    }
-  }
-  return std::nullopt;
+  if (cancelled) return std::nullopt;
+  if (auto text = attempt(candidates(head, more, false))) return text;
+  if (cancelled) return std::nullopt;
+  return attempt(candidates(head, more, true));
 }
 
 std::optional<std::u16string> DetectorCharacter::detectorWithFilePath(const std::string& path,
