@@ -74,8 +74,8 @@ int runDecode(const DecodeOptions& opts) {
     std::string used;
     text = DetectorCharacter::detectorWithData(bytes->view(), &used);
   } else {
-    text = StringEncodings::decode(bytes->view(),
-                                   EncodingUtil::convertStringToNSStringEncoding(opts.encoding));
+    text = StringEncodings::decodeAsChosen(
+        bytes->view(), EncodingUtil::convertStringToNSStringEncoding(opts.encoding));
   }
   if (!text) {
     return fail("decode", detect ? opts.file + " is not text in any detected encoding"

@@ -166,7 +166,10 @@ int runWhich(const Options& o) {
                  {"configType", row ? ordered_json(row->configType) : ordered_json(nullptr)},
                  {"cacheKey", key ? ordered_json(*key) : ordered_json(nullptr)},
                  {"formatType", toUtf8(parser->formatType)},
-                 {"formatInContainsType", toUtf8(parser->formatInContainsType)}};
+                 {"formatInContainsType", toUtf8(parser->formatInContainsType)},
+                 {"rule", CodeFactory::chooseFormat(o.lang.empty() ? extensionOf(o.file) : o.lang,
+                                                    "", fs::absolute(o.file).string())
+                              .rule}};
   if (o.json) {
     printJson(j);
   } else {

@@ -11,7 +11,6 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
-#include "prefs/PreferenceKeys.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/FileBytes.h"
 #include "platform/Directories.h"
@@ -19,6 +18,7 @@
 #include "platform/Resources.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace harbor {
 namespace fs = std::filesystem;
@@ -250,7 +250,8 @@ std::u16string EncodingUtil::getFileContent(const std::string& path) {
   std::optional<FileBytes> bytes = FileBytes::read(path);
   if (!bytes) return {};
   if (std::int64_t stored = getCurrentFileEncoding(path); stored != -1) {
-    if (auto text = StringEncodings::decode(bytes->view(), static_cast<StringEncoding>(stored))) {
+    if (auto text =
+            StringEncodings::decodeAsChosen(bytes->view(), static_cast<StringEncoding>(stored))) {
       return *text;
     }
   }

@@ -41,6 +41,20 @@ class CodeFactory {
   static bool isSupportTextFormat(std::string_view extension);
   static bool isSupportTextFormat(std::string_view extension, std::string_view filePath);
 
+  // What decides a file's format, and by which rule: "custom-file-name",
+  // "file-name", "custom-extension", "extension"; for a file the registry
+  // knows nothing by name, "interpreter", "emacs-mode" or "vim-modeline"
+  // when its first lines name the language; else "too-large" or "none",
+  // both plain text.
+  struct FormatChoice {
+    std::optional<CodeConfigItem> row;
+    std::string type;          // the parser's formatType
+    std::string containsType;  // "rb" inside an .erb page
+    std::string rule;
+  };
+  static FormatChoice chooseFormat(const std::string& extension, const std::string& inExtenstion,
+                                   const std::string& filePath);
+
   static std::shared_ptr<CodeFormatParser> codeFormatParser(const std::string& filePath);
   static std::shared_ptr<CodeFormatParser> codeFormatParserWithExtension(
       const std::string& extension);

@@ -1,5 +1,7 @@
 #include "archive/zip/UZipArchive.h"
 
+#include <algorithm>
+
 #include <minizip/unzip.h>
 #include <sys/stat.h>
 #include <zlib.h>
@@ -78,11 +80,16 @@ void UZipArchive::detectorEncoding() {
   const std::string gathered = encodingData_;
   convertDetectorEncoding();
   // Unflagged zip names are CP437 by definition: used when the names are not
-  // UTF-8 and detection finds nothing better than a Western guess, which is
-  // nearly always that code page misread.
+  // UTF-8 and detection finds nothing better than a guess among the Latin
+  // tables, which is nearly always that code page misread.
   const std::string guess = toLower(encodingName_);
+  static const char* const kLatin[] = {
+      "utf-8",        "iso-8859-1",   "iso-8859-2",   "iso-8859-3",
+      "iso-8859-4",   "iso-8859-9",   "iso-8859-13",  "iso-8859-15",
+      "windows-1250", "windows-1252", "windows-1254", "windows-1257",
+      "macintosh",    "ibm850",       "ibm852",       "x-mac-centraleurroman"};
   if (!gathered.empty() && !StringEncodings::decode(gathered, kUTF8StringEncoding) &&
-      (guess == "utf-8" || guess == "iso-8859-1" || guess == "windows-1252")) {
+      std::find(std::begin(kLatin), std::end(kLatin), guess) != std::end(kLatin)) {
     encodingName_ = "IBM437";
     encoding_ = EncodingUtil::convertStringToNSStringEncoding(encodingName_);
   }
