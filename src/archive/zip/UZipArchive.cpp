@@ -102,6 +102,10 @@ std::string UZipArchive::entryName(const CurrentInfo& ci) const {
                         : charToString(ci.rawName.data(), ci.info.size_filename));
 }
 
+Error UZipArchive::damaged(const std::string& entry, const std::string& why, int code) {
+  return {kArchiveErrorDomain, code, entry + ": " + (why.empty() ? "damaged data" : why)};
+}
+
 Error UZipArchive::passwordError(const CurrentInfo& ci) const {
   const std::string name = entryName(ci);
   return {kArchiveErrorDomain, kArchiveErrorArchive,
@@ -123,8 +127,11 @@ bool UZipArchive::listFiles() {
     }
     // Entries are opened as they are listed, so an encrypted one without the
     // right password ends the list there.
-    ZipEntryReader probe(z, ci.info);
-    if (const auto opened = probe.open(password_); opened != ZipEntryReader::Open::ok) {
+    ZipEntryReader probe(z, ci.info, filePath_);
+    // An entry in a method not decoded here still lists; only its
+    // extraction fails, naming the method.
+    if (const auto opened = probe.open(password_);
+        opened != ZipEntryReader::Open::ok && opened != ZipEntryReader::Open::unsupported) {
       passwordFailure_ = opened == ZipEntryReader::Open::wrongPassword;
       setError(passwordFailure_ ? passwordError(ci) : errorArchive());
       break;
@@ -181,14 +188,18 @@ bool UZipArchive::unArchiveFile(const std::string& destination, const std::strin
     FileUtil::createFolder(*target);
     return true;
   }
-  auto reader = std::make_unique<ZipEntryReader>(z, ci.info);
+  auto reader = std::make_unique<ZipEntryReader>(z, ci.info, filePath_);
   const auto opened = reader->open(password_);
+  if (opened == ZipEntryReader::Open::unsupported) {
+    refuse(entryPath, reader->failure());  // the rest still extracts
+    return true;
+  }
   if (opened != ZipEntryReader::Open::ok) {
     if (opened == ZipEntryReader::Open::wrongPassword) {
       passwordFailure_ = true;
       setError(passwordError(ci));
     } else {
-      setError(errorArchive());
+      setError(damaged(entryPath, reader->failure(), kArchiveErrorArchive));
     }
     return false;
   }
@@ -229,7 +240,13 @@ bool UZipArchive::unArchiveFile(const std::string& destination, const std::strin
     return true;
   });
   if (!ok) {
-    if (readFailed) setError(errorFailedToCreateFile(FileUtil::getFileName(*target)));
+    if (readFailed) {
+      const std::string why = reader->failure().empty() ? "damaged data" : reader->failure();
+      // The file could not be made whole: the code of a failed file, the cause in words.
+      setError(damaged(entryPath, why, kArchiveErrorCreateFile));
+      // AES authentication cannot tell a wrong password from damage.
+      if (why.rfind("the authentication code", 0) == 0) passwordFailure_ = true;
+    }
     return false;
   }
   applyAttributes(*target, mode, date);
