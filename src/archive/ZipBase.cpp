@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "archive/ArchiveSignature.h"
 #include "archive/IArchive.h"
 #include "archive/gzip/SingleStreamArchive.h"
 #include "archive/rar/URarArchive.h"
@@ -58,17 +59,22 @@ std::unique_ptr<ZipBase> ArchiveFactory::createZipFactory(const std::vector<std:
 
 std::unique_ptr<IArchive> ArchiveFactory::createReader(const std::string& path,
                                                        const std::string& password) {
-  const std::string ext = toLower(FileUtil::getFileExtension(path));
   auto root = ZipEntry::rootEntry();
-  if (ext == "zip" || ext == "cbz" || ext == "jar" || ext == "ear" || ext == "war")
-    return std::make_unique<UZipArchive>(path, root, nullptr, password);
-  if (ext == "rar" || ext == "cbr")
-    return std::make_unique<URarArchive>(path, root, nullptr, password);
-  if (ext == "tar") return std::make_unique<UTarManager>(path, root, nullptr, password);
-  if (ext == "gz" || ext == "tgz" || ext == "gzip")
-    return std::make_unique<UGZipArchive>(path, root, nullptr, password);
-  if (ext == "bz" || ext == "bz2" || ext == "tbz" || ext == "tbz2")
-    return std::make_unique<Bz2Manager>(path, root, nullptr, password);
+  switch (archiveKindOf(path)) {
+    case ArchiveKind::Zip:
+      return std::make_unique<UZipArchive>(path, root, nullptr, password);
+    case ArchiveKind::Rar:
+      return std::make_unique<URarArchive>(path, root, nullptr, password);
+    case ArchiveKind::Tar:
+      return std::make_unique<UTarManager>(path, root, nullptr, password);
+    case ArchiveKind::Gzip:
+      return std::make_unique<UGZipArchive>(path, root, nullptr, password);
+    case ArchiveKind::Bzip2:
+      return std::make_unique<Bz2Manager>(path, root, nullptr, password);
+    case ArchiveKind::SevenZip:
+    case ArchiveKind::None:
+      break;
+  }
   return nullptr;
 }
 

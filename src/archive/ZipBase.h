@@ -65,7 +65,10 @@ class ArchiveFactory {
                                                    IActionProgress* delegate,
                                                    const std::string& desPath,
                                                    const ZipPropertyOptions& options);
-  // A reader chosen by the file's extension, or null for a format we don't read.
+  // A reader for the file's format, or null for a format we don't read. The
+  // extension decides unless the content is plainly another format or the
+  // extension is unknown, so renamed files and .whl, .apk, .docx open as
+  // what they are.
   static std::unique_ptr<IArchive> createReader(const std::string& path,
                                                 const std::string& password = "");
 };

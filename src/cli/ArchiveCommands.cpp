@@ -156,6 +156,7 @@ int runList(const ArchiveOptions& opts) {
                            {"encryptedFileName", archive->isEncryptedFileName()},
                            {"entries", std::move(list)}});
   } else {
+    std::printf("Format: %s\n", archive->formatName().c_str());
     for (const auto* e : entries) {
       std::printf("%12llu  %-20s  %s\n", static_cast<unsigned long long>(e->size()),
                   isoDate(e->date()).c_str(), e->path().c_str());
