@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "filemanager/FileUtil.h"
@@ -129,35 +130,85 @@ bool SingleStreamArchive::unArchivePath(const ZipEntry* entry, const std::string
 }
 
 bool UGZipArchive::expand(FILE* out) {
-  gzFile gz = gzopen(filePath_.c_str(), "rb");
-  if (!gz) {
+  FILE* in = std::fopen(filePath_.c_str(), "rb");
+  if (!in) {
     setError(errorFailedOpenFile());
     return false;
   }
-  gzbuffer(gz, 128 * 1024);
-  std::vector<char> buf(kBlock);
+  // Inflated here rather than through gzread, which takes a stream cut short
+  // for a complete one: a truncated or damaged file must not pass as whole.
+  z_stream z{};
+  if (inflateInit2(&z, 15 + 16) != Z_OK) {
+    std::fclose(in);
+    setError(errorArchive());
+    return false;
+  }
+  std::vector<unsigned char> inBuf(128 * 1024);
+  std::vector<unsigned char> outBuf(kBlock);
+  std::uint64_t consumed = 0;
   bool ok = true;
+  bool memberEnded = false;
+  std::string failure;
   for (;;) {
     if (checkCancelled()) {
       ok = false;
       break;
     }
-    int n = gzread(gz, buf.data(), static_cast<unsigned>(buf.size()));
-    if (n < 0) {
-      setError(errorArchive());
+    if (z.avail_in == 0) {
+      const std::size_t n = std::fread(inBuf.data(), 1, inBuf.size(), in);
+      if (n == 0) break;
+      z.next_in = inBuf.data();
+      z.avail_in = static_cast<uInt>(n);
+    }
+    if (memberEnded) {
+      // Concatenated members each start with the gzip magic; zeros that
+      // some tools pad with end the file.
+      while (z.avail_in > 0 && *z.next_in == 0) {
+        ++z.next_in;
+        --z.avail_in;
+        ++consumed;
+      }
+      if (z.avail_in == 0) continue;
+      if (*z.next_in != 0x1f) break;
+      inflateReset(&z);
+      memberEnded = false;
+    }
+    z.next_out = outBuf.data();
+    z.avail_out = static_cast<uInt>(outBuf.size());
+    const uInt before = z.avail_in;
+    const int rc = inflate(&z, Z_NO_FLUSH);
+    consumed += before - z.avail_in;
+    if (rc == Z_STREAM_END) {
+      memberEnded = true;
+    } else if (rc != Z_OK && rc != Z_BUF_ERROR) {
+      const std::string why = z.msg ? z.msg : "";
+      if (why.find("incorrect data check") != std::string::npos)
+        failure = "gzip CRC error: the data is damaged";
+      else if (why.find("incorrect length check") != std::string::npos)
+        failure = "gzip length check failed: the data is damaged";
+      else if (why.find("incorrect header check") != std::string::npos)
+        failure = "not gzip data";
+      else
+        failure = "the gzip data is damaged" + (why.empty() ? "" : ": " + why);
       ok = false;
       break;
     }
-    if (n == 0) break;
-    if (std::fwrite(buf.data(), 1, static_cast<std::size_t>(n), out) !=
-        static_cast<std::size_t>(n)) {
-      ok = false;
-      break;
+    const std::size_t produced = outBuf.size() - z.avail_out;
+    if (produced > 0) {
+      if (std::fwrite(outBuf.data(), 1, produced, out) != produced) {
+        ok = false;
+        break;
+      }
+      addExpanded(produced, [&] { return consumed; });
     }
-    addExpanded(static_cast<std::uint64_t>(n),
-                [&] { return static_cast<std::uint64_t>(gzoffset(gz)); });
   }
-  gzclose(gz);
+  if (ok && !memberEnded) failure = "the gzip data is truncated";
+  if (!failure.empty()) {
+    setError(Error{kArchiveErrorDomain, kArchiveErrorArchive, failure});
+    ok = false;
+  }
+  inflateEnd(&z);
+  std::fclose(in);
   return ok;
 }
 
@@ -199,7 +250,12 @@ bool Bz2Manager::expand(FILE* out) {
       }
     }
     if (ok && bzError != BZ_STREAM_END) {
-      setError(errorArchive());
+      const char* message = bzError == BZ_UNEXPECTED_EOF ? "the bzip2 data is truncated"
+                            : bzError == BZ_DATA_ERROR
+                                ? "bzip2 CRC or data error: the data is damaged"
+                            : bzError == BZ_DATA_ERROR_MAGIC ? "not bzip2 data"
+                                                             : "the bzip2 data is damaged";
+      setError(Error{kArchiveErrorDomain, kArchiveErrorArchive, message});
       ok = false;
     }
     if (!ok) {

@@ -1,5 +1,7 @@
 #include "archive/zip/UZipArchive.h"
 
+#include <fstream>
+
 #include <algorithm>
 
 #include <minizip/unzip.h>
@@ -35,12 +37,33 @@ UZipArchive::~UZipArchive() {
   closeArchive();
 }
 
+namespace {
+
+// minizip never finds an end record at the very start of a file, which is
+// where an archive with no entries keeps it; such a file is a valid, empty zip.
+bool isEmptyZip(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string bytes(22 + 65535 + 1, '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  if (bytes.size() < 22 || bytes.compare(0, 4, "PK\x05\x06") != 0) return false;
+  auto u16 = [&](std::size_t at) {
+    return static_cast<unsigned>(static_cast<unsigned char>(bytes[at]) |
+                                 static_cast<unsigned char>(bytes[at + 1]) << 8);
+  };
+  return u16(8) == 0 && u16(10) == 0 && u16(20) == bytes.size() - 22;
+}
+
+}  // namespace
+
 bool UZipArchive::openArchive() {
   progressSize_ = 0;
   error_.reset();
   closeArchive();
   zip_ = unzOpen64(filePath_.c_str());
   if (!zip_) {
+    // No handle: the walks over entries find none.
+    if (isEmptyZip(filePath_)) return true;
     setError(errorFailedOpenFile());
     return false;
   }
