@@ -60,6 +60,8 @@ class HTTPFileResponse : public HTTPResponse {
   std::string readDataOfLength(std::size_t length) override;
   bool isDone() override { return fileOffset_ == fileLength_; }
   const std::string& filePath() const { return filePath_; }
+  std::map<std::string, std::string> httpHeaders() override { return headers_; }
+  void setHeaders(std::map<std::string, std::string> headers) { headers_ = std::move(headers); }
 
  protected:
   HTTPFileResponse() = default;
@@ -72,6 +74,7 @@ class HTTPFileResponse : public HTTPResponse {
   std::uint64_t fileOffset_ = 0;
   bool aborted_ = false;
   int fileFD_ = -1;
+  std::map<std::string, std::string> headers_;
 };
 
 // An empty body with a status.

@@ -2,8 +2,7 @@
 
 namespace harbor {
 
-void MemorySocket::readDataToData(std::string terminator, double, std::size_t maxLength,
-                                  long tag) {
+void MemorySocket::readDataToData(std::string terminator, double, std::size_t maxLength, long tag) {
   post([this, terminator, maxLength, tag] {
     if (closed_) return;
     std::size_t pos = input_.find(terminator, position_);
