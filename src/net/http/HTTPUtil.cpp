@@ -271,7 +271,10 @@ std::optional<std::string> HTTPUtil::resolveInsideRoot(const std::string& path,
   fs::path realRoot = fs::weakly_canonical(root, ec);
   if (ec) return std::nullopt;
   fs::path normal = fs::path(path).lexically_normal();
-  if (!isPathInsideRoot(normal.string(), fs::path(root).lexically_normal().string())) {
+  // A path already resolved (as an index file found below the real root) is
+  // measured against the real root; any other against the root as given.
+  if (!isPathInsideRoot(normal.string(), fs::path(root).lexically_normal().string()) &&
+      !isPathInsideRoot(normal.string(), realRoot.string())) {
     return std::nullopt;
   }
   // weakly_canonical resolves every link on the way, a dangling leaf too.

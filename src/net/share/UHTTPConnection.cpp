@@ -532,10 +532,11 @@ std::optional<std::vector<std::string>> UHTTPConnection::bodyNames(bool decodeTw
     std::string full = folderPath_ + "/" + name;
     auto inside = HTTPUtil::resolveInsideRoot(full, root);
     if (!inside) return std::nullopt;
-    std::string normal = fs::path(full).lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
-    if (normal == root) return std::nullopt;  // never the root itself
-    out.push_back(normal);
+    // Names are the folder's own children, nothing above or further down.
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+      return std::nullopt;
+    }
+    out.push_back(full);
   }
   return out;
 }
