@@ -33,8 +33,8 @@ class SinkConnection : public harbor::HTTPConnection {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   auto config = std::make_shared<harbor::HTTPConfig>();
   config->documentRoot = "/nonexistent-root/";
-  auto socket =
-      std::make_shared<harbor::MemorySocket>(std::string(reinterpret_cast<const char*>(data), size));
+  auto socket = std::make_shared<harbor::MemorySocket>(
+      std::string(reinterpret_cast<const char*>(data), size));
   auto connection = std::make_shared<SinkConnection>(socket, config);
   bool died = false;
   connection->setDieHandler([&](harbor::HTTPConnection*) { died = true; });
