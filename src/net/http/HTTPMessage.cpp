@@ -204,8 +204,11 @@ bool HTTPMessage::takeFieldLine(std::string_view line) {
   }
   for (auto& f : fields_) {
     if (equalsIgnoreCase(f.first, name)) {
-      f.second += ", ";
-      f.second.append(value);
+      // Repeated fields read as one list; empty members add nothing.
+      if (!value.empty()) {
+        if (!f.second.empty()) f.second += ", ";
+        f.second.append(value);
+      }
       return true;
     }
   }
