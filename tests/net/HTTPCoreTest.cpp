@@ -398,3 +398,24 @@ TEST_F(ServerTest, CurlDigestLogsIn) {
 
 }  // namespace
 }  // namespace harbor
+
+namespace harbor {
+namespace {
+
+TEST_F(ServerTest, ClientsLeavingMidReplyEndOnlyTheirReply) {
+  std::string big(8 * 1024 * 1024, 'b');
+  test::writeFile(root_ + "/big.bin", big);
+  port_ = startServer();
+  for (int i = 0; i < 20; ++i) {
+    RawClient c(port_);
+    c.send("GET /big.bin HTTP/1.1\r\n\r\n");
+  }  // each closes before reading
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  std::string r =
+      roundTrip("GET /big.bin HTTP/1.1\r\nRange: bytes=100-\r\nConnection: close\r\n\r\n");
+  EXPECT_EQ(statusLine(r), "HTTP/1.1 206 Partial Content");
+  EXPECT_EQ(bodyOf(r).size(), big.size() - 100);
+}
+
+}  // namespace
+}  // namespace harbor

@@ -1,7 +1,10 @@
 #include "net/http/AsyncSocket.h"
 
+#include <sys/sendfile.h>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 
 namespace harbor {
 namespace {
@@ -69,15 +72,31 @@ void AsioSocket::startRead(Read read) {
   asio::post(strand_, [self] { self->continueRead(); });
 }
 
+void AsioSocket::ensureSpace(std::size_t n) {
+  if (cap_ - end_ >= n) return;
+  if (begin_ > 0) {
+    std::memmove(buf_.get(), buf_.get() + begin_, buffered());
+    end_ -= begin_;
+    begin_ = 0;
+    if (cap_ - end_ >= n) return;
+  }
+  std::size_t cap = std::max(cap_ * 2, end_ + n);
+  std::unique_ptr<char[]> grown(new char[cap]);
+  if (end_) std::memcpy(grown.get(), buf_.get(), end_);
+  buf_ = std::move(grown);
+  cap_ = cap;
+}
+
 bool AsioSocket::tryCompleteRead() {
+  std::string_view view(buf_.get() + begin_, buffered());
   std::size_t take = 0;
   if (read_.toData) {
     std::size_t from =
         searched_ >= read_.terminator.size() ? searched_ - read_.terminator.size() + 1 : 0;
-    std::size_t pos = buffer_.find(read_.terminator, from);
-    if (pos == std::string::npos) {
-      searched_ = buffer_.size();
-      if (buffer_.size() >= read_.length) {
+    std::size_t pos = view.find(read_.terminator, from);
+    if (pos == std::string_view::npos) {
+      searched_ = view.size();
+      if (view.size() >= read_.length) {
         closeNow();  // a line longer than allowed
         return true;
       }
@@ -89,50 +108,55 @@ bool AsioSocket::tryCompleteRead() {
       return true;
     }
   } else {
-    if (buffer_.size() < read_.length) return false;
+    if (view.size() < read_.length) return false;
     take = read_.length;
-  }
-  std::string data;
-  if (take == buffer_.size()) {
-    data.swap(buffer_);
-  } else {
-    data = buffer_.substr(0, take);
-    buffer_.erase(0, take);
   }
   reading_ = false;
   readTimer_.cancel();
-  if (auto d = delegate_.lock()) d->socketDidReadData(std::move(data), read_.tag);
+  if (auto d = delegate_.lock()) d->socketDidReadData(view.substr(0, take), read_.tag);
+  begin_ += take;
+  if (begin_ == end_) {
+    begin_ = end_ = 0;
+    // A body's big buffer is not kept for an idle connection.
+    if (cap_ > 64 * 1024) {
+      buf_.reset();
+      cap_ = 0;
+    }
+  }
   return true;
 }
 
 void AsioSocket::continueRead() {
   if (closed_ || !reading_ || receiving_) return;
   if (tryCompleteRead()) return;
-  std::size_t want = kReceiveSize;
-  if (!read_.toData)
-    want = std::max<std::size_t>(std::min(kReceiveSize, read_.length - buffer_.size()), 1);
-  else
-    want = std::min<std::size_t>(8192, read_.length + 1 - std::min(read_.length, buffer_.size()));
-  std::size_t old = buffer_.size();
-  buffer_.resize(old + want);
+  std::size_t want;
+  if (!read_.toData) {
+    want = std::max<std::size_t>(std::min(kReceiveSize, read_.length - buffered()), 1);
+  } else {
+    want = std::min<std::size_t>(8192, read_.length + 1 - std::min(read_.length, buffered()));
+  }
+  ensureSpace(want);
   receiving_ = true;
   auto self = shared_from_this();
-  socket_.async_read_some(
-      asio::buffer(buffer_.data() + old, want),
-      asio::bind_executor(strand_, [self, old](std::error_code ec, std::size_t n) {
-        self->receiving_ = false;
-        self->buffer_.resize(old + n);
-        if (ec) {
-          self->closeNow();
-          return;
-        }
-        self->continueRead();
-      }));
+  socket_.async_read_some(asio::buffer(buf_.get() + end_, want),
+                          asio::bind_executor(strand_, [self](std::error_code ec, std::size_t n) {
+                            self->receiving_ = false;
+                            self->end_ += n;
+                            if (ec) {
+                              self->closeNow();
+                              return;
+                            }
+                            self->continueRead();
+                          }));
 }
 
 void AsioSocket::writeData(std::string data, double timeout, long tag) {
   if (closed_) return;
-  writes_.push_back({std::move(data), timeout, tag});
+  Write w;
+  w.data = std::move(data);
+  w.timeout = timeout;
+  w.tag = tag;
+  writes_.push_back(std::move(w));
   if (!writing_) startNextWrite();
 }
 
@@ -144,6 +168,10 @@ void AsioSocket::startNextWrite() {
     return;
   }
   writing_ = true;
+  if (writes_.front().fd >= 0) {
+    continueFileWrite();
+    return;
+  }
   armTimer(writeTimer_, writes_.front().timeout);
   auto self = shared_from_this();
   asio::async_write(socket_, asio::buffer(writes_.front().data),
@@ -153,11 +181,66 @@ void AsioSocket::startNextWrite() {
                         self->closeNow();
                         return;
                       }
-                      long tag = self->writes_.front().tag;
-                      self->writes_.pop_front();
-                      if (auto d = self->delegate_.lock()) d->socketDidWriteData(tag);
-                      self->startNextWrite();
+                      self->finishWrite();
                     }));
+}
+
+void AsioSocket::finishWrite() {
+  long tag = writes_.front().tag;
+  writes_.pop_front();
+  if (auto d = delegate_.lock()) d->socketDidWriteData(tag);
+  startNextWrite();
+}
+
+bool AsioSocket::writeFile(int fd, std::uint64_t offset, std::uint64_t length, long tag,
+                           std::shared_ptr<void> keep) {
+  if (closed_) return true;
+  Write w;
+  w.timeout = -1;
+  w.tag = tag;
+  w.fd = fd;
+  w.offset = offset;
+  w.length = length;
+  w.keep = std::move(keep);
+  writes_.push_back(std::move(w));
+  if (!writing_) startNextWrite();
+  return true;
+}
+
+void AsioSocket::continueFileWrite() {
+  if (closed_) return;
+  Write& w = writes_.front();
+  if (!socket_.native_non_blocking()) {
+    std::error_code ec;
+    socket_.native_non_blocking(true, ec);
+  }
+  while (w.length > 0) {
+    off_t off = static_cast<off_t>(w.offset);
+    std::size_t chunk = static_cast<std::size_t>(std::min<std::uint64_t>(w.length, 1 << 30));
+    ssize_t n = ::sendfile(socket_.native_handle(), w.fd, &off, chunk);
+    if (n > 0) {
+      w.offset += static_cast<std::uint64_t>(n);
+      w.length -= static_cast<std::uint64_t>(n);
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      auto self = shared_from_this();
+      socket_.async_wait(asio::ip::tcp::socket::wait_write,
+                         asio::bind_executor(strand_, [self](std::error_code ec) {
+                           if (ec || self->closed_) {
+                             self->closeNow();
+                             return;
+                           }
+                           self->continueFileWrite();
+                         }));
+      return;
+    }
+    // The file ended early or the peer went: the reply stays short.
+    closeNow();
+    return;
+  }
+  finishWrite();
 }
 
 void AsioSocket::disconnect() {

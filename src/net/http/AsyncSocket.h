@@ -2,10 +2,12 @@
 
 #include <asio.hpp>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace harbor {
 
@@ -13,7 +15,8 @@ namespace harbor {
 class AsyncSocketDelegate {
  public:
   virtual ~AsyncSocketDelegate() = default;
-  virtual void socketDidReadData(std::string data, long tag) = 0;
+  // `data` is valid only during the call.
+  virtual void socketDidReadData(std::string_view data, long tag) = 0;
   virtual void socketDidWriteData(long tag) = 0;
   virtual void socketDidDisconnect() = 0;
 };
@@ -32,6 +35,18 @@ class AsyncSocket {
                               long tag) = 0;
   virtual void readDataToLength(std::size_t length, double timeout, long tag) = 0;
   virtual void writeData(std::string data, double timeout, long tag) = 0;
+  // Queues `length` bytes of the file `fd` from `offset`, sent by the kernel
+  // without passing through here; `keep` holds the file open meanwhile.
+  // False when this socket cannot.
+  virtual bool writeFile(int fd, std::uint64_t offset, std::uint64_t length, long tag,
+                         std::shared_ptr<void> keep) {
+    (void)fd;
+    (void)offset;
+    (void)length;
+    (void)tag;
+    (void)keep;
+    return false;
+  }
   virtual void disconnect() = 0;
   virtual void disconnectAfterWriting() = 0;
   // Runs `work` where the socket's callbacks run.
@@ -51,6 +66,8 @@ class AsioSocket : public AsyncSocket, public std::enable_shared_from_this<AsioS
                       long tag) override;
   void readDataToLength(std::size_t length, double timeout, long tag) override;
   void writeData(std::string data, double timeout, long tag) override;
+  bool writeFile(int fd, std::uint64_t offset, std::uint64_t length, long tag,
+                 std::shared_ptr<void> keep) override;
   void disconnect() override;
   void disconnectAfterWriting() override;
   void post(std::function<void()> work) override;
@@ -68,7 +85,13 @@ class AsioSocket : public AsyncSocket, public std::enable_shared_from_this<AsioS
     std::string data;
     double timeout;
     long tag;
+    int fd = -1;  // a file part instead of data
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
+    std::shared_ptr<void> keep;
   };
+  void continueFileWrite();
+  void finishWrite();
 
   void startRead(Read read);
   void continueRead();
@@ -82,7 +105,12 @@ class AsioSocket : public AsyncSocket, public std::enable_shared_from_this<AsioS
   asio::steady_timer readTimer_;
   asio::steady_timer writeTimer_;
   std::weak_ptr<AsyncSocketDelegate> delegate_;
-  std::string buffer_;  // bytes read ahead of the current request
+  // Bytes read ahead of the current request live in [begin_, end_) of an
+  // uninitialised buffer, so big reads are neither zero-filled nor copied.
+  void ensureSpace(std::size_t n);
+  std::size_t buffered() const { return end_ - begin_; }
+  std::unique_ptr<char[]> buf_;
+  std::size_t cap_ = 0, begin_ = 0, end_ = 0;
   std::size_t searched_ = 0;
   bool reading_ = false;    // a read request is pending
   bool receiving_ = false;  // an Asio read is in flight

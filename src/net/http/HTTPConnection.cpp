@@ -254,7 +254,7 @@ void HTTPConnection::addBasicAuthChallenge(HTTPMessage& response) {
 
 // ---- Reading ----------------------------------------------------------------
 
-void HTTPConnection::socketDidReadData(std::string data, long tag) {
+void HTTPConnection::socketDidReadData(std::string_view data, long tag) {
   if (dead_) return;
   switch (tag) {
     case HTTP_REQUEST_HEADER:
@@ -271,7 +271,7 @@ void HTTPConnection::socketDidReadData(std::string data, long tag) {
       }
       return;
     case HTTP_REQUEST_CHUNK_SIZE: {
-      std::string line = data.substr(0, data.size() - 2);
+      std::string line(data.substr(0, data.size() - 2));
       // Chunk extensions after ";" are allowed and ignored.
       std::size_t semi = line.find(';');
       if (semi != std::string::npos) line.resize(semi);
@@ -520,6 +520,46 @@ void HTTPConnection::sendResponseHeadersAndBody() {
   sentResponseHeaders_ = true;
   if (isHeadRequest_ || (!chunkedResponse_ && contentLength == 0)) {
     asyncSocket_->writeData(std::move(headData), kWriteHeadTimeout, HTTP_RESPONSE);
+    return;
+  }
+  // A plain file (or one range of it) goes from the file to the socket by the
+  // kernel: no copies, and a slow reader holds no buffers.
+  if (!chunkedResponse_ && (!ranges_ || ranges_->size() == 1)) {
+    if (auto* file = dynamic_cast<HTTPFileResponse*>(httpResponse_.get())) {
+      int fd = file->fileDescriptor();
+      std::uint64_t from = ranges_ ? ranges_->front().location : 0;
+      std::uint64_t length = ranges_ ? ranges_->front().length : contentLength;
+      if (fd >= 0 && length > 0) {
+        asyncSocket_->writeData(headData, kWriteHeadTimeout, HTTP_PARTIAL_RESPONSE);
+        if (asyncSocket_->writeFile(fd, from, length, HTTP_RESPONSE, httpResponse_)) {
+          file->setOffset(from);
+          file->skip(length);
+          return;
+        }
+        // Not this socket: the head is queued, the body goes the usual way.
+        if (!ranges_) {
+          continueSendingStandardResponseBody();
+        } else {
+          httpResponse_->setOffset(from);
+          continueSendingSingleRangeResponseBody();
+        }
+        return;
+      }
+    }
+  }
+  if (!ranges_ && !chunkedResponse_) {
+    // The head goes out with the first piece: one write, one packet for a
+    // small reply.
+    std::string data = httpResponse_->readDataOfLength(kPieceSize);
+    if (data.empty()) {
+      asyncSocket_->writeData(std::move(headData), kWriteHeadTimeout, HTTP_PARTIAL_RESPONSE);
+      return;
+    }
+    bool done = httpResponse_->isDone();
+    responseDataSizes_.push_back(data.size());
+    headData += data;
+    asyncSocket_->writeData(std::move(headData), -1,
+                            done ? HTTP_RESPONSE : HTTP_PARTIAL_RESPONSE_BODY);
     return;
   }
   asyncSocket_->writeData(std::move(headData), kWriteHeadTimeout, HTTP_PARTIAL_RESPONSE);

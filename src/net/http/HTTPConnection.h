@@ -121,7 +121,7 @@ class HTTPConnection : public AsyncSocketDelegate,
   void responseDidAbort(HTTPResponse* sender);
 
   // AsyncSocketDelegate
-  void socketDidReadData(std::string data, long tag) override;
+  void socketDidReadData(std::string_view data, long tag) override;
   void socketDidWriteData(long tag) override;
   void socketDidDisconnect() override;
 

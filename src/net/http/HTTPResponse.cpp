@@ -62,6 +62,14 @@ void HTTPFileResponse::abort() {
   if (auto c = connection_.lock()) c->responseDidAbort(this);
 }
 
+int HTTPFileResponse::fileDescriptor() {
+  return openFileIfNeeded() ? fileFD_ : -1;
+}
+
+void HTTPFileResponse::skip(std::uint64_t length) {
+  fileOffset_ = std::min(fileLength_, fileOffset_ + length);
+}
+
 void HTTPFileResponse::setOffset(std::uint64_t offset) {
   if (!openFileIfNeeded()) return;
   fileOffset_ = std::min(offset, fileLength_);

@@ -61,6 +61,10 @@ class HTTPFileResponse : public HTTPResponse {
   bool isDone() override { return fileOffset_ == fileLength_; }
   const std::string& filePath() const { return filePath_; }
   std::map<std::string, std::string> httpHeaders() override { return headers_; }
+  // For sending straight from the file: its descriptor (-1 when it cannot be
+  // opened), after which the caller accounts the bytes with `skip`.
+  int fileDescriptor();
+  void skip(std::uint64_t length);
   void setHeaders(std::map<std::string, std::string> headers) { headers_ = std::move(headers); }
 
  protected:

@@ -1,5 +1,6 @@
 #include "net/http/HTTPServer.h"
 
+#include <csignal>
 #include <filesystem>
 
 #include "net/http/BonjourPublisher.h"
@@ -17,6 +18,9 @@ HTTPServer::~HTTPServer() {
 bool HTTPServer::start(Error* error) {
   std::lock_guard lock(mutex_);
   if (isRunning_) return true;
+  // Files go out through sendfile, which has no MSG_NOSIGNAL: a client that
+  // leaves mid-reply must end that reply, not the process.
+  ::signal(SIGPIPE, SIG_IGN);
   auto fail = [&](const std::string& message, long code) {
     HB_LOG("HTTPServer", message);
     if (error) *error = Error{"HTTPServerErrorDomain", code, message};
