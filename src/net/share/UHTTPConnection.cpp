@@ -138,7 +138,9 @@ bool UHTTPConnection::supportsMethod(const std::string& method, const std::strin
     relativePath_ = rel.empty() ? "/" : rel;
     std::string root = documentsRoot();
     folderPath_ = relativePath_ == "/" ? root : root + relativePath_;
-    pathValid_ = HTTPUtil::resolveInsideRoot(folderPath_, root).has_value();
+    auto real = HTTPUtil::resolveInsideRoot(folderPath_, root);
+    pathValid_ = real.has_value();
+    realPath_ = real.value_or(std::string());
   }
   if (method == "POST") {
     isFormBody_ = isWritingType(type_);
@@ -337,12 +339,13 @@ bool UHTTPConnection::isSameWithGetList(const std::string& relative) {
 }
 
 bool UHTTPConnection::isPathUnlocked(const std::string& relative) {
-  std::string path = "/";
   auto check = [&](const std::string& key) {
     std::string password = getCurrentPassword(key);
     return password.empty() || WiFiShareBase::isLoginGuid(_guid, key);
   };
   if (!check("/")) return false;
+  // Most shares lock no folder at all.
+  if (FileManagerUtil::getPasswordHashTable().empty()) return true;
   std::size_t pos = 1;
   while (pos < relative.size()) {
     std::size_t slash = relative.find('/', pos);
@@ -386,7 +389,6 @@ std::string UHTTPConnection::actionList() {
   int isSame = isSameWithGetList(relativePath_) ? 1 : 0;
   int root = 0;
   // A locked folder above hides this one until the session has opened it.
-  std::string key;
   std::vector<std::string> ancestors = {"/"};
   std::size_t pos = 1;
   while (pos < relativePath_.size()) {
@@ -660,7 +662,6 @@ std::shared_ptr<HTTPResponse> UHTTPConnection::indexPage() {
 
 std::shared_ptr<HTTPResponse> UHTTPConnection::fileResponse(const std::string& path,
                                                             bool download) {
-  if (!FileUtil::isReguralFilePath(path) && !fs::is_regular_file(path)) return nullptr;
   auto r = HTTPFileResponse::create(path, weak_from_this());
   if (!r) return nullptr;
   // Shared files are the user's, not ours: a page among them runs with no
@@ -695,9 +696,7 @@ std::shared_ptr<HTTPResponse> UHTTPConnection::httpResponseForMethod(const std::
   }
   if (type_ == "file" || type_ == "downloadtemp") {
     if (!pathValid_ || !isPathUnlocked(relativePath_)) return nullptr;
-    auto real = HTTPUtil::resolveInsideRoot(folderPath_, documentsRoot());
-    if (!real) return nullptr;
-    return fileResponse(*real, type_ == "downloadtemp");
+    return fileResponse(realPath_, type_ == "downloadtemp");
   }
   if (type_ == "supportfile") {
     std::string base;

@@ -103,6 +103,7 @@ class UHTTPConnection : public HTTPConnection {
   std::string _guid;
   std::string relativePath_;  // decoded, "/" at the root, no trailing "/"
   std::string folderPath_;    // Documents + relativePath_
+  std::string realPath_;      // folderPath_ with links resolved
   bool pathValid_ = false;
   bool isDownload_ = false;
   bool isFormBody_ = false;
