@@ -66,8 +66,12 @@ void AsioSocket::startRead(Read read) {
   reading_ = true;
   searched_ = 0;
   armTimer(readTimer_, read_.timeout);
-  // Completing from what is buffered still goes through the executor, so a
-  // delegate never sees a callback inside its own call.
+  // Asked from inside a delivery: the delivering loop serves it next, so
+  // buffered lines go out one after another without a trip through the
+  // executor and without recursion.
+  if (delivering_) return;
+  // Otherwise completing from what is buffered still goes through the
+  // executor, so a delegate never sees a callback inside its own call.
   auto self = shared_from_this();
   asio::post(strand_, [self] { self->continueRead(); });
 }
@@ -113,7 +117,9 @@ bool AsioSocket::tryCompleteRead() {
   }
   reading_ = false;
   readTimer_.cancel();
+  delivering_ = true;
   if (auto d = delegate_.lock()) d->socketDidReadData(view.substr(0, take), read_.tag);
+  delivering_ = false;
   begin_ += take;
   if (begin_ == end_) {
     begin_ = end_ = 0;
@@ -128,7 +134,9 @@ bool AsioSocket::tryCompleteRead() {
 
 void AsioSocket::continueRead() {
   if (closed_ || !reading_ || receiving_) return;
-  if (tryCompleteRead()) return;
+  while (tryCompleteRead()) {
+    if (closed_ || !reading_) return;  // no further read was asked for
+  }
   std::size_t want;
   if (!read_.toData) {
     want = std::max<std::size_t>(std::min(kReceiveSize, read_.length - buffered()), 1);

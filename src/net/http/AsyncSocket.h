@@ -112,8 +112,9 @@ class AsioSocket : public AsyncSocket, public std::enable_shared_from_this<AsioS
   std::unique_ptr<char[]> buf_;
   std::size_t cap_ = 0, begin_ = 0, end_ = 0;
   std::size_t searched_ = 0;
-  bool reading_ = false;    // a read request is pending
-  bool receiving_ = false;  // an Asio read is in flight
+  bool reading_ = false;     // a read request is pending
+  bool receiving_ = false;   // an Asio read is in flight
+  bool delivering_ = false;  // inside the delegate's read callback
   Read read_;
   std::deque<Write> writes_;
   bool writing_ = false;
