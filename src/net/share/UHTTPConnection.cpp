@@ -56,7 +56,7 @@ class ZipProgress : public IActionProgress {
   explicit ZipProgress(std::string guid) : guid_(std::move(guid)) {}
   using IActionProgress::progressFinished;
   void progressFinished(std::uint64_t units) override {
-    if (auto* share = WiFiShare::current()) share->updateDownloaditem(guid_, units);
+    WiFiShare::updateDownloaditem(guid_, units);
   }
 
  private:
@@ -489,8 +489,7 @@ void UHTTPConnection::loadCurrentFileListToOutPut(std::string& out) {
 }
 
 std::string UHTTPConnection::showStatus() {
-  auto* share = WiFiShare::current();
-  auto item = share ? share->getDownloadItem(_guid) : nullptr;
+  auto item = WiFiShare::getDownloadItem(_guid);
   std::uint64_t current = item ? item->_currentSize.load() : 0;
   std::uint64_t total = item ? item->_totalSize : 0;
   std::string status = " ";
@@ -609,11 +608,9 @@ void UHTTPConnection::startZip(const std::vector<std::string>& files) {
           const std::string* who = std::any_cast<std::string>(&n.object);
           if (!who || who->empty() || *who == guid) token.cancel();
         });
-    auto* share = WiFiShare::current();
-    if (share) {
-      share->addDownloadItem(WifiDownloadItem::instanceWithPath(
-          (fs::path(FileUtil::tempDirectory()) / "zip").string(), guid, 1024));
-    }
+    // Something for a status poll to show at once.
+    WiFiShare::addDownloadItem(WifiDownloadItem::instanceWithPath(
+        (fs::path(FileUtil::tempDirectory()) / "zip").string(), guid, 1024));
     std::uint64_t total = FileUtil::getFileSizeFiles(files);
     std::string archive;
     if (!files.empty() && !token.isCancelled()) {
@@ -622,7 +619,7 @@ void UHTTPConnection::startZip(const std::vector<std::string>& files) {
       fs::create_directories(folder, ec);
       archive =
           folder + "/" + FileUtil::getFileNameNoExtension(FileUtil::getFileName(files[0])) + ".zip";
-      if (share) share->addDownloadItem(WifiDownloadItem::instanceWithPath(archive, guid, total));
+      WiFiShare::addDownloadItem(WifiDownloadItem::instanceWithPath(archive, guid, total));
       ZipProgress progress(guid);
       UZipFileArchive::zipFiles(files, &progress, archive,
                                 FileUtil::getFileDirectory(files.back()));
@@ -630,10 +627,8 @@ void UHTTPConnection::startZip(const std::vector<std::string>& files) {
     bool cancelled = token.isCancelled();
     NotificationCenter::defaultCenter().removeObserver(observer);
     if (hooks.lockScreen) hooks.lockScreen();
-    if (auto* s = WiFiShare::current()) {
-      if (auto item = s->getDownloadItem(guid)) item->isCancel = cancelled;
-      s->updateDownloaditemFinish(guid);
-    }
+    if (auto item = WiFiShare::getDownloadItem(guid)) item->isCancel = cancelled;
+    WiFiShare::updateDownloaditemFinish(guid);
     if (cancelled && !archive.empty()) {
       std::error_code ec;
       fs::remove_all(FileUtil::getFileDirectory(archive), ec);

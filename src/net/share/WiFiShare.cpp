@@ -14,13 +14,13 @@ namespace harbor {
 namespace fs = std::filesystem;
 namespace {
 
-std::mutex& currentMutex() {
+std::mutex& itemsMutex() {
   static std::mutex m;
   return m;
 }
-WiFiShare*& currentShare() {
-  static WiFiShare* share = nullptr;
-  return share;
+std::map<std::string, std::shared_ptr<WifiDownloadItem>>& downloadItemsInfo() {
+  static std::map<std::string, std::shared_ptr<WifiDownloadItem>> items;
+  return items;
 }
 
 // The Documents folder over plain HTTP until WebDAV lands; with a Wi-Fi
@@ -41,20 +41,10 @@ class DavStandInConnection : public HTTPConnection {
 
 }  // namespace
 
-WiFiShare::WiFiShare() {
-  std::lock_guard lock(currentMutex());
-  currentShare() = this;
-}
+WiFiShare::WiFiShare() = default;
 
 WiFiShare::~WiFiShare() {
   stopHttpServer();
-  std::lock_guard lock(currentMutex());
-  if (currentShare() == this) currentShare() = nullptr;
-}
-
-WiFiShare* WiFiShare::current() {
-  std::lock_guard lock(currentMutex());
-  return currentShare();
 }
 
 std::string WiFiShare::zipDirectory() {
@@ -80,8 +70,7 @@ void WiFiShare::initHttpServer() {
                std::shared_ptr<const HTTPConfig> c) -> std::shared_ptr<HTTPConnection> {
         return std::make_shared<UHTTPConnection>(std::move(s), std::move(c));
       });
-  std::lock_guard lock(itemsMutex_);
-  downloadItemsInfo_.clear();
+  removeAllDownloadItems();
 }
 
 bool WiFiShare::startHttpServer(Error* error) {
@@ -97,8 +86,7 @@ void WiFiShare::stopHttpServer() {
     webServer_->stop();
     removeTempDirectory();
   }
-  std::lock_guard lock(itemsMutex_);
-  downloadItemsInfo_.clear();
+  removeAllDownloadItems();
 }
 
 void WiFiShare::enterBackground() {
@@ -113,14 +101,19 @@ void WiFiShare::enterForeground() {
 
 void WiFiShare::addDownloadItem(std::shared_ptr<WifiDownloadItem> item) {
   if (!item) return;
-  std::lock_guard lock(itemsMutex_);
-  downloadItemsInfo_[item->_guid] = std::move(item);
+  std::lock_guard lock(itemsMutex());
+  downloadItemsInfo()[item->_guid] = std::move(item);
 }
 
 std::shared_ptr<WifiDownloadItem> WiFiShare::getDownloadItem(const std::string& guid) {
-  std::lock_guard lock(itemsMutex_);
-  auto it = downloadItemsInfo_.find(guid);
-  return it == downloadItemsInfo_.end() ? nullptr : it->second;
+  std::lock_guard lock(itemsMutex());
+  auto it = downloadItemsInfo().find(guid);
+  return it == downloadItemsInfo().end() ? nullptr : it->second;
+}
+
+void WiFiShare::removeAllDownloadItems() {
+  std::lock_guard lock(itemsMutex());
+  downloadItemsInfo().clear();
 }
 
 void WiFiShare::updateDownloaditem(const std::string& guid, std::uint64_t size) {

@@ -25,21 +25,18 @@ class WiFiShare : public WiFiShareBase {
   void enterBackground();
   void enterForeground();
 
-  void addDownloadItem(std::shared_ptr<WifiDownloadItem> item);
-  std::shared_ptr<WifiDownloadItem> getDownloadItem(const std::string& guid);
-  void updateDownloaditem(const std::string& guid, std::uint64_t size);
-  void updateDownloaditemFinish(const std::string& guid);
+  // Download items by guid. They are process-wide, as zip workers may still
+  // report after the share that started them has gone.
+  static void addDownloadItem(std::shared_ptr<WifiDownloadItem> item);
+  static std::shared_ptr<WifiDownloadItem> getDownloadItem(const std::string& guid);
+  static void updateDownloaditem(const std::string& guid, std::uint64_t size);
+  static void updateDownloaditemFinish(const std::string& guid);
+  static void removeAllDownloadItems();
 
-  // The running Wi-Fi share, for connections to find their download items.
-  static WiFiShare* current();
   // Where zip downloads are built, under Application Support.
   static std::string zipDirectory();
   // Clears upload and zip work folders.
   static void removeTempDirectory();
-
- private:
-  std::mutex itemsMutex_;
-  std::map<std::string, std::shared_ptr<WifiDownloadItem>> downloadItemsInfo_;
 };
 
 // The WebDAV share of the Documents folder; served by the plain connection
