@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs Harbor's main job on the default document root.
+# Sets up, builds and shares the default document root with `harbor serve`
+# (web file manager and WebDAV) until stopped; arguments go to `harbor serve`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 scripts/build.sh
-exec "${HARBOR_BUILD_DIR:-build}/bin/harbor" "$@"
+exec "${HARBOR_BUILD_DIR:-build}/bin/harbor" serve "$@"

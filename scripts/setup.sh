@@ -26,7 +26,25 @@ for p in "${packages[@]}"; do
   fi
 done
 
+# The page tests drive Chromium through a pinned playwright-core from npm.
+install_web_test_modules() {
+  local web="$here/../tests/web"
+  [ -f "$web/package-lock.json" ] || return 0
+  if ! command -v npm >/dev/null 2>&1; then
+    if [ "$(id -u)" -eq 0 ]; then
+      DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends npm
+    else
+      echo "The page tests need npm: apt-get install npm" >&2
+      return 0
+    fi
+  fi
+  if [ ! -d "$web/node_modules/playwright-core" ]; then
+    (cd "$web" && npm ci --no-audit --no-fund --silent)
+  fi
+}
+
 if [ ${#missing[@]} -eq 0 ]; then
+  install_web_test_modules
   exit 0
 fi
 
@@ -42,3 +60,4 @@ else
   echo "  apt-get install ${missing[*]}" >&2
   exit 1
 fi
+install_web_test_modules

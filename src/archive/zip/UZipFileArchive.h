@@ -18,6 +18,12 @@ class UZipFileArchive : public ZipBase {
   // Closes the archive now; the file is complete afterwards.
   bool close();
 
+  // Zips `files` (files or folders) into `desPath`, every entry named
+  // relative to the one folder `relative_const`. False when the archive
+  // could not be written or the thread was cancelled.
+  static bool zipFiles(const std::vector<std::string>& files, IActionProgress* delegate,
+                       const std::string& desPath, const std::string& relative_const);
+
  private:
   void zipFolder(const std::string& path);
   void zipOnlyFolder(const std::string& path);
