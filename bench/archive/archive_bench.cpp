@@ -20,6 +20,7 @@
 
 #include "archive/ZipBase.h"
 #include "archive/gzip/SingleStreamArchive.h"
+#include "archive/tar/UTarManager.h"
 #include "archive/zip/UZipArchive.h"
 #include "archive/zip/UZipFileArchive.h"
 
@@ -77,6 +78,24 @@ void makeInput(const fs::path& root, std::uint64_t total) {
     std::fwrite(buf.data(), 1, buf.size(), f);
     std::fclose(f);
     made += size;
+  }
+}
+
+// A source tree: `files` small text files (200 B to 8 KiB) in folders of 100.
+void makeSourceTree(const fs::path& root, int files) {
+  std::mt19937_64 rng(7);
+  const char* lines[] = {"#include <vector>\n", "int main() { return 0; }\n", "  // note\n",
+                         "for (auto& x : v) x += 1;\n", "}\n"};
+  for (int i = 0; i < files; ++i) {
+    const fs::path dir = root / ("mod" + std::to_string(i / 100)) / ("pkg" + std::to_string(i % 3));
+    fs::create_directories(dir);
+    const std::size_t size = 200 + rng() % 8000;
+    std::string buf;
+    while (buf.size() < size) buf += lines[rng() % 5];
+    buf.resize(size);
+    FILE* f = std::fopen((dir / ("file" + std::to_string(i) + ".cpp")).c_str(), "wb");
+    std::fwrite(buf.data(), 1, buf.size(), f);
+    std::fclose(f);
   }
 }
 
@@ -159,6 +178,43 @@ int main(int argc, char** argv) {
       },
       [&] { shell("tar xzf " + q + "/tree.tar.gz -C " + q + "/out"); });
   print("tar.gz extract", tgzOurs, tgzPeer, "tar xzf");
+
+  // Many small files: per-entry costs dominate, not bytes.
+  const fs::path src = work / "src";
+  makeSourceTree(src / "tree", 30000);
+  std::printf("source tree: 30000 small files\n");
+  const std::string qs = "'" + src.string() + "'";
+  shell("cd " + qs + " && zip -q -r -6 ../src.zip tree && tar cf ../src.tar tree");
+  auto fresh = [&] {
+    fs::remove_all(out);
+    fs::create_directories(out);
+  };
+  const double smallZipOurs = best(runs, fresh, [&] {
+    harbor::UZipArchive r((work / "src.zip").string(), nullptr, nullptr, "");
+    r.unArchivePath(out.string());
+  });
+  const double smallZipPeer =
+      best(runs, fresh, [&] { shell("unzip -q -o " + q + "/src.zip -d " + q + "/out"); });
+  print("30000 files: zip extract", smallZipOurs, smallZipPeer, "unzip");
+  const double smallTarOurs = best(runs, fresh, [&] {
+    harbor::UTarManager r((work / "src.tar").string(), nullptr, nullptr, "");
+    r.unArchivePath(out.string());
+  });
+  const double smallTarPeer =
+      best(runs, fresh, [&] { shell("tar xf " + q + "/src.tar -C " + q + "/out"); });
+  print("30000 files: tar extract", smallTarOurs, smallTarPeer, "tar xf");
+  const fs::path smallZip = work / "small-ours.zip";
+  const double smallCreateOurs = best(
+      runs, [&] { fs::remove(smallZip); },
+      [&] {
+        auto w = harbor::ArchiveFactory::createZipFactory({(src / "tree").string()}, nullptr,
+                                                          smallZip.string(), {});
+        dynamic_cast<harbor::UZipFileArchive&>(*w).close();
+      });
+  const double smallCreatePeer = best(
+      runs, [&] { fs::remove(work / "src-peer.zip"); },
+      [&] { shell("cd " + qs + " && zip -q -r -6 ../src-peer.zip tree"); });
+  print("30000 files: zip create", smallCreateOurs, smallCreatePeer, "zip -6");
 
   fs::remove_all(work);
   return 0;
