@@ -6,6 +6,7 @@
 #include "archive/SafeExtraction.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
+#include "filemanager/FileModes.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
 #include "filemanager/TempDirectoryUtil.h"
@@ -157,7 +158,7 @@ bool ArchiveBase::writeFileAtomically(const std::string& target,
 
 void ArchiveBase::applyAttributes(const std::string& path, unsigned mode,
                                   const std::optional<Date>& date) {
-  if (mode & 0777) FileUtil::setFilePermission(path, (mode & 0777) | 0600);
+  FileModes::apply(path, FileModes::forArchiveEntry(mode, false));
   if (isArchiveFileTime_ && date) FileUtil::setFileModifiedDate(*date, path);
 }
 

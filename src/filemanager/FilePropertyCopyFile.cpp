@@ -8,6 +8,7 @@
 #include <chrono>
 #include <thread>
 
+#include "filemanager/FileModes.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
 #include "platform/NotificationNames.h"
@@ -88,7 +89,8 @@ FilePropertyCopyFile::FilePropertyCopyFile(std::string sourcePath, std::string d
     return;
   }
   totalSize_ = static_cast<std::uint64_t>(src.st_size);
-  writeHandle_ = ::open(_desPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, src.st_mode & 07777);
+  writeHandle_ =
+      ::open(_desPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, FileModes::forCopy(src.st_mode));
   if (writeHandle_ < 0 || ::fstat(writeHandle_, &des) != 0) {
     error_ = detail::posixError(errno, "cannot create " + _desPath);
     return;
@@ -101,6 +103,10 @@ FilePropertyCopyFile::FilePropertyCopyFile(std::string sourcePath, std::string d
   }
   targetDevice_ = des.st_dev;
   targetInode_ = des.st_ino;
+  // A target that stood there already takes the source's bits as well.
+  if ((des.st_mode & 07777) != FileModes::forCopy(src.st_mode)) {
+    FileModes::apply(writeHandle_, FileModes::forCopy(src.st_mode));
+  }
   if (des.st_size != 0 && ::ftruncate(writeHandle_, 0) != 0) {
     error_ = detail::posixError(errno, "cannot write " + _desPath);
   }

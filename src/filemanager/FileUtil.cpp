@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "filemanager/CommonUtil.h"
+#include "filemanager/FileModes.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
 #include "platform/Directories.h"
@@ -445,7 +446,7 @@ bool FileUtil::createFolder(const std::string& path, Date date, Date created) {
 }
 
 bool FileUtil::createFile(const std::string& path) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FileModes::kNewFile);
   if (fd < 0) return false;
   return ::close(fd) == 0;
 }
@@ -504,7 +505,9 @@ bool FileUtil::copyFile(const std::string& path, const std::string& desPath, boo
     std::error_code ec;
     fs::remove(desPath, ec);
   }
-  int out = ::open(desPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0777);
+  // The kernel masks a new file's mode with the umask; a kept target keeps its own.
+  int out = ::open(desPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
+                   FileModes::forCopy(src.st_mode));
   if (out < 0) {
     ::close(in);
     return false;
@@ -570,7 +573,7 @@ bool FileUtil::copyItem(const std::string& path, const std::string& desPath,
 }
 
 bool FileUtil::appendDataToFile(const std::string& path, std::string_view data) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, FileModes::kNewFile);
   if (fd < 0) return false;
   bool ok = writeAll(fd, data.data(), data.size());
   return ::close(fd) == 0 && ok;
@@ -592,7 +595,8 @@ bool FileUtil::setFileModifiedDate(Date date, Date created, const std::string& f
 }
 
 bool FileUtil::setfullPermission(const std::string& path) {
-  return setFilePermission(path, 0777);
+  return FileModes::apply(
+      path, isDirectoryFileType(path) ? FileModes::forNewFolder() : FileModes::forNewFile());
 }
 
 unsigned FileUtil::getFilePermission(const std::string& path) {

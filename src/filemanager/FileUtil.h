@@ -117,7 +117,7 @@ class FileUtil {
   static bool createFolder(const std::string& path, Date date);
   // Linux cannot set a creation date; `created` is accepted and ignored.
   static bool createFolder(const std::string& path, Date date, Date created);
-  static bool createFile(const std::string& path);  // empty, mode 0777 less the umask
+  static bool createFile(const std::string& path);  // empty, mode 0666 less the umask
   static bool createFile(const std::string& path, const FileAttributes& attr);
   // True when nothing is left at `path` afterwards; folders go whole.
   static bool deleteFile(const std::string& path);
@@ -127,7 +127,8 @@ class FileUtil {
   static void deleteFileInThread(const std::string& path);
   static void trashFileInThread(const std::string& path);
   static void deleteSubFilesInThread(const std::string& folder);  // keeps the folder
-  // Copies `path` onto `desPath` in 1 MiB blocks, reporting each block's
+  // Copies `path` onto `desPath` in 1 MiB blocks; a new target gets the
+  // source's permission bits less the umask (see FileModes), reporting each block's
   // length through progressFinished. With `isOverWrite` an existing target
   // is replaced; without it the target is appended to, whatever `isAppend`
   // says. Stops after the current block when the thread is cancelled.
@@ -145,7 +146,8 @@ class FileUtil {
   static bool emptyFile(const std::string& path);  // an existing file only
   static bool setFileModifiedDate(Date date, const std::string& fullPath);
   static bool setFileModifiedDate(Date date, Date created, const std::string& fullPath);
-  static bool setfullPermission(const std::string& path);      // 0777
+  // The mode a new item of its kind gets: 0666 or 0777, less the umask.
+  static bool setfullPermission(const std::string& path);
   static unsigned getFilePermission(const std::string& path);  // 0 on failure
   static bool setFilePermission(const std::string& path, unsigned permission);
 

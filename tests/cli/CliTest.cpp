@@ -95,6 +95,18 @@ TEST_F(Cli, ImportedNamesNeverCollide) {
   EXPECT_EQ(harbor({"import"}).code, 2);
 }
 
+TEST_F(Cli, ImportKeepsTheFilesMode) {
+  test::ScopedUmask mask(022);
+  test::ScratchDir src;
+  test::writeFile(src / "plain.txt", "1");
+  fs::permissions(src / "plain.txt", static_cast<fs::perms>(0644));
+  test::writeFile(src / "tool.sh", "2");
+  fs::permissions(src / "tool.sh", static_cast<fs::perms>(0755));
+  ASSERT_EQ(harbor({"import", (src / "plain.txt").string(), (src / "tool.sh").string()}).code, 0);
+  EXPECT_EQ(test::modeOf(root() / "Imported" / "plain.txt"), 0644u);
+  EXPECT_EQ(test::modeOf(root() / "Imported" / "tool.sh"), 0755u);
+}
+
 }  // namespace
 }  // namespace harbor
 

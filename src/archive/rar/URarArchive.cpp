@@ -150,7 +150,7 @@ bool URarArchive::walk(const ZipEntry* selected, const std::string* destination)
       }
       return false;
     }
-    applyAttributes(*target, archive_entry_perm(e) ? (archive_entry_perm(e) | 0600) : 0, date);
+    applyAttributes(*target, static_cast<unsigned>(archive_entry_perm(e)), date);
   }
   isCheckContainsPassword_ = true;
   return true;
