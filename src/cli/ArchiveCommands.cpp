@@ -211,13 +211,13 @@ int runCreate(const ArchiveOptions& opts) {
     std::cerr << "harbor: archive create: cannot create " << opts.file << "\n";
     return 1;
   }
-  const bool closed = zip->close();
+  const bool complete = zip->close();
   for (const auto& msg : writer->zipMsg()) std::cerr << "harbor: archive create: " << msg << "\n";
-  if (!closed) {
-    std::cerr << "harbor: archive create: cannot finish " << opts.file << "\n";
+  if (!complete) {
+    std::cerr << "harbor: archive create: " << opts.file << " was not written\n";
     return 1;
   }
-  return writer->zipMsg().empty() ? 0 : 1;
+  return 0;
 }
 
 void addArchiveCommands(CLI::App& app, int& exitCode) {
