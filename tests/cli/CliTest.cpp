@@ -154,5 +154,22 @@ TEST_F(FileCommands, ListSizeAndCopyAsScriptsSeeThem) {
   EXPECT_NE(harbor({"cp", (root() / "missing").string(), dest.path().string()}).code, 0);
 }
 
+TEST_F(FileCommands, DuCountsALinkByItselfWhereverItStands) {
+  test::ScratchDir dir;
+  test::writeFile(dir / "big" / "data", std::string(5000, 'd'));
+  test::writeFile(dir / "sub" / "f", "ff");
+  fs::create_directory_symlink(dir / "big", dir / "sub" / "direct");
+  const auto linkSize = fs::symlink_status(dir / "sub" / "direct").type() == fs::file_type::symlink
+                            ? fs::read_symlink(dir / "sub" / "direct").string().size()
+                            : 0;
+  auto total = [&](const fs::path& p) {
+    Result r = harbor({"du", p.string(), "--json"});
+    EXPECT_EQ(r.code, 0);
+    return nlohmann::json::parse(r.out, nullptr, false)["totalSize"].get<std::uint64_t>();
+  };
+  EXPECT_EQ(total(dir / "sub"), 2 + linkSize);
+  EXPECT_EQ(total(dir.path()), 5000 + 2 + linkSize);
+}
+
 }  // namespace
 }  // namespace harbor
