@@ -11,14 +11,15 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
-#include "prefs/PreferenceKeys.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/FileBytes.h"
 #include "platform/Directories.h"
 #include "platform/Log.h"
+#include "platform/Paths.h"
 #include "platform/Resources.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace harbor {
 namespace fs = std::filesystem;

@@ -17,6 +17,7 @@
 #include "platform/Cancellation.h"
 #include "platform/Directories.h"
 #include "platform/Log.h"
+#include "platform/Paths.h"
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
 
