@@ -85,6 +85,11 @@ bool FilePresenter::isSearchResult() const {
   return _isSearchResult;
 }
 
+bool FilePresenter::isSearchTruncated() const {
+  std::lock_guard lock(searchMutex_);
+  return _isSearchTruncated;
+}
+
 bool FilePresenter::isOrderAsc() const {
   return _delegate ? _delegate->isOrderAsc() : true;
 }
@@ -311,12 +316,19 @@ void FilePresenter::loadTypeSection(const std::vector<std::string>& paths) {
 void FilePresenter::searchThread(const std::string& searchText) {
   const bool searching = !searchText.empty();
   Sections found;
-  if (searching) found.push_back(FilePropertySearchFiles::searchWithURL(_path, searchText));
+  bool truncated = false;
+  if (searching) {
+    FilePropertySearchFiles search({_path}, searchText);
+    search.setIsContainsSelf(true);
+    found.push_back(search.execute());
+    truncated = search.isTruncated();
+  }
   // A search given up on must not replace what the screen shows.
   if (isCurrentThreadCancelled()) return;
   {
     std::lock_guard lock(searchMutex_);
     _isSearchResult = searching;
+    _isSearchTruncated = truncated;
     _searchArray = std::move(found);
   }
   if (_delegate) {

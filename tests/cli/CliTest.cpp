@@ -154,6 +154,29 @@ TEST_F(FileCommands, ListSizeAndCopyAsScriptsSeeThem) {
   EXPECT_NE(harbor({"cp", (root() / "missing").string(), dest.path().string()}).code, 0);
 }
 
+TEST_F(FileCommands, ASearchCutAtItsLimitSaysSo) {
+  for (int d = 0; d < 30; ++d) {
+    for (int f = 0; f < 40; ++f) {
+      test::writeFile(root() / ("d" + std::to_string(d)) / ("hit" + std::to_string(f)), "");
+    }
+  }
+  Result cut = harbor({"ls", "--search", "hit", "--json"});
+  ASSERT_EQ(cut.code, 0);
+  auto j = nlohmann::json::parse(cut.out, nullptr, false);
+  EXPECT_EQ(j["truncated"], true);
+  // The keys scripts already read keep their place.
+  EXPECT_EQ(j.begin().key(), "path");
+  Result text = harbor({"ls", "--search", "hit"});
+  ASSERT_EQ(text.code, 0);
+  const std::string lastLine = text.out.substr(text.out.rfind('\n', text.out.size() - 2) + 1);
+  EXPECT_NE(lastLine.find("cut"), std::string::npos) << lastLine;
+
+  Result whole = harbor({"ls", "--search", "hit39", "--json"});
+  ASSERT_EQ(whole.code, 0);
+  EXPECT_FALSE(nlohmann::json::parse(whole.out, nullptr, false).contains("truncated"));
+  EXPECT_EQ(harbor({"ls", "--search", "hit39"}).out.find("cut"), std::string::npos);
+}
+
 TEST_F(FileCommands, DuCountsALinkByItselfWhereverItStands) {
   test::ScratchDir dir;
   test::writeFile(dir / "big" / "data", std::string(5000, 'd'));

@@ -156,9 +156,14 @@ TEST_F(TreeWalk, SearchStopsSoonAfterAThousandHits) {
       writeFile(many + "/d" + std::to_string(d) + "/hit" + std::to_string(f), "");
     }
   }
-  Paths hits = FilePropertySearchFiles::searchWithURL(many, "hit");
+  FilePropertySearchFiles search({many}, "hit");
+  Paths hits = search.execute();
   EXPECT_GE(hits.size(), 1001u);
   EXPECT_LT(hits.size(), 2000u);
+  EXPECT_TRUE(search.isTruncated());
+  FilePropertySearchFiles few({many}, "hit49");
+  EXPECT_EQ(few.execute().size(), 40u);
+  EXPECT_FALSE(few.isTruncated());
 }
 
 TEST_F(TreeWalk, CancellationReachesEveryLiveWalker) {
