@@ -32,11 +32,7 @@ void ArchiveBase::setPassword(const std::string& password) {
 }
 
 bool ArchiveBase::isIgnore(std::string_view path) {
-  if (path.find("__MACOSX/") != std::string_view::npos) return true;
-  while (!path.empty() && path.back() == '/') path.remove_suffix(1);
-  auto slash = path.rfind('/');
-  std::string_view last = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  return last == ".DS_Store" || last == "Thumbs.db";
+  return FileUtil::isIgnoredPath(path);
 }
 
 std::string ArchiveBase::charToString(const char* bytes, std::size_t length) const {

@@ -40,7 +40,7 @@ class ArchiveBase : public IArchive {
   const std::vector<RefusedEntry>& refusedEntries() const override { return refused_; }
   bool isPasswordFailure() const override { return passwordFailure_; }
 
-  // ".DS_Store", "Thumbs.db" and anything under "__MACOSX/" are never shown.
+  // The names FileUtil ignores, and anything below them, are never shown.
   static bool isIgnore(std::string_view path);
   // Raw name bytes to UTF-8: forced encoding, archive encoding, detection.
   std::string charToString(const char* bytes, std::size_t length) const;

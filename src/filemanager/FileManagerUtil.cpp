@@ -373,8 +373,7 @@ std::string FileManagerUtil::trimLeftPoingOfFileName(std::string_view path) {
 
 void FileManagerUtil::ignoreFile(std::vector<std::string>& files) {
   std::erase_if(files, [](const std::string& f) {
-    const std::string name = FileUtil::getFileName(f);
-    return name == ".DS_Store" || name == "__MACOSX";
+    return FileUtil::isIgnoredName(FileUtil::getFileName(f));
   });
 }
 

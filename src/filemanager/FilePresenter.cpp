@@ -8,6 +8,7 @@
 #include "filemanager/CaseFold.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FilePropertyTotalFiles.h"
+#include "filemanager/FileUtil.h"
 #include "filemanager/GlobalObject.h"
 #include "filemanager/SectionUtils.h"
 #include "platform/Cancellation.h"
@@ -107,7 +108,7 @@ void FilePresenter::listFolder(std::vector<Item>& items, bool withAttributes) {
   for (auto& entry : entries) {
     // Incoming files wait in "Inbox" at the root until they are imported.
     if (root && entry.name == "Inbox") continue;
-    if (entry.name == ".DS_Store" || entry.name == "__MACOSX") continue;
+    if (FileUtil::isIgnoredName(entry.name)) continue;
     items.push_back(Item{base + entry.name, entry.isDirectory, entry.size, entry.modified});
   }
 }

@@ -126,23 +126,23 @@ enum class Walk { All, FilesOnly, FoldersOnly };
 std::vector<std::string> listEntries(const std::string& path, bool recursive, Walk what,
                                      bool skipIgnored) {
   std::vector<std::string> out;
-  const auto& ignored = FileUtil::ignoreFileNames();
+  // False for an ignored entry, whose contents are ignored with it.
   auto keep = [&](const fs::directory_entry& entry) {
-    std::string name = entry.path().filename().string();
-    if (skipIgnored && std::find(ignored.begin(), ignored.end(), name) != ignored.end()) {
-      return;
-    }
+    if (skipIgnored && FileUtil::isIgnoredName(entry.path().filename().string())) return false;
     if (what != Walk::All) {
       std::error_code ec;
       bool dir = entry.is_directory(ec) && !(recursive && entry.is_symlink(ec));
-      if ((what == Walk::FoldersOnly) != dir) return;
+      if ((what == Walk::FoldersOnly) != dir) return true;
     }
     out.push_back(entry.path().string());
+    return true;
   };
   std::error_code ec;
   if (recursive) {
     fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, ec);
-    for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) keep(*it);
+    for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+      if (!keep(*it)) it.disable_recursion_pending();
+    }
   } else {
     fs::directory_iterator it(path, fs::directory_options::skip_permission_denied, ec);
     for (; !ec && it != fs::directory_iterator(); it.increment(ec)) keep(*it);
@@ -319,6 +319,20 @@ const std::vector<std::string>& FileUtil::ignoreFileNames() {
   return names;
 }
 
+bool FileUtil::isIgnoredName(std::string_view name) {
+  const auto& names = ignoreFileNames();
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool FileUtil::isIgnoredPath(std::string_view path) {
+  for (std::size_t start = 0; start <= path.size();) {
+    std::size_t slash = std::min(path.find('/', start), path.size());
+    if (isIgnoredName(path.substr(start, slash - start))) return true;
+    start = slash + 1;
+  }
+  return false;
+}
+
 std::string FileUtil::getCreateFileName(const std::string& folder, const std::string& filename,
                                         const std::string& extension) {
   const std::string suffix = extension.empty() ? std::string() : "." + extension;
@@ -380,9 +394,7 @@ std::vector<std::string> FileUtil::subpathsFullPathAtPaths(const std::vector<std
 }
 
 std::vector<std::string> FileUtil::getTotalAllFilesFullPath(const std::string& path) {
-  auto out = listEntries(path, true, Walk::FilesOnly, false);
-  std::erase_if(out, [](const std::string& p) { return getFileName(p) == ".DS_Store"; });
-  return out;
+  return listEntries(path, true, Walk::FilesOnly, true);
 }
 
 std::vector<std::string> FileUtil::getTotalFoldersFullPath(const std::string& path) {

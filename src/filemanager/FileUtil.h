@@ -67,8 +67,12 @@ class FileUtil {
   // "/a/b" for a path below the base, compared by components; empty for the
   // base itself and for a path outside it.
   static std::string getRelativePath(std::string_view path, std::string_view baseRelative);
-  // Names ignored everywhere: ".DS_Store", "__MACOSX", "Thumbs.db".
+  // Names ignored everywhere: ".DS_Store", "__MACOSX", "Thumbs.db". Every
+  // listing, walk and archive reader asks these, and only these.
   static const std::vector<std::string>& ignoreFileNames();
+  static bool isIgnoredName(std::string_view name);
+  // A path any of whose components is an ignored name ("__MACOSX/a/b").
+  static bool isIgnoredPath(std::string_view path);
 
   // Free names. Each answers the full path of the first candidate that does
   // not exist in `folder`: "notes.txt", "notes 2.txt", "notes 3.txt"...
@@ -89,7 +93,7 @@ class FileUtil {
   static std::vector<std::string> subpathsFullPathAtPath(const std::string& path);
   static std::vector<std::string> subpathsFullPathAtPaths(const std::vector<std::string>& paths);
   static std::vector<std::string> getTotalAllFilesFullPath(
-      const std::string& path);  // no ".DS_Store"
+      const std::string& path);  // without the ignored names
   static std::vector<std::string> getTotalFoldersFullPath(const std::string& path);
   static std::vector<std::string> getCurrentFilesFullPath(const std::string& path);
   static std::vector<std::string> getCurrentFoldersFullPath(const std::string& path);
@@ -98,7 +102,7 @@ class FileUtil {
   static std::vector<std::string> getCurrentFilesAndFoldersFullPath(const std::string& path,
                                                                     bool checkFile);
   static std::size_t getFileCountInDirectory(const std::string& path);
-  // Fills a tree below `root` from its folder, by name, skipping ".DS_Store"
+  // Fills a tree below `root` from its folder, by name, skipping ignored names
   // and stopping when the thread is cancelled. Links are leaves, so a loop
   // of links is never followed. `block` sees each child once it is attached.
   static void recuriseFileModelList(FileListItem& root);
