@@ -159,10 +159,8 @@ void ArchiveBase::applyAttributes(const std::string& path, unsigned mode,
 }
 
 void ArchiveBase::addProgress(std::uint64_t bytes) {
-  progressSize_ += bytes;
-  if (progressSize_ > kProgressStep) {
-    if (actionDelegate_) actionDelegate_->progressFinished(progressSize_);
-    progressSize_ = 0;
+  if (auto due = progressSize_.add(bytes); due && actionDelegate_) {
+    actionDelegate_->progressFinished(*due);
   }
 }
 

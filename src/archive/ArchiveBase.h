@@ -11,6 +11,7 @@
 
 #include "archive/ArchiveError.h"
 #include "archive/IArchive.h"
+#include "archive/ProgressStep.h"
 #include "encoding/StringEncodings.h"
 
 namespace harbor {
@@ -90,7 +91,7 @@ class ArchiveBase : public IArchive {
   std::uint64_t fileEncoding_ = kNoForcedEncoding;
   bool isEncryptedFileName_ = false;
   IActionProgress* actionDelegate_ = nullptr;
-  std::uint64_t progressSize_ = 0;
+  ProgressStep progressSize_{kProgressStep};
   bool isArchiveFileTime_ = true;
   bool isContainsPassword_ = false;
   bool isCheckContainsPassword_ = false;

@@ -34,7 +34,7 @@ UZipArchive::~UZipArchive() {
 }
 
 bool UZipArchive::openArchive() {
-  progressSize_ = 0;
+  progressSize_.reset();
   error_.reset();
   closeArchive();
   zip_ = unzOpen64(filePath_.c_str());

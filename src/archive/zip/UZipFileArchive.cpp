@@ -30,7 +30,6 @@ constexpr std::uint32_t kDirAttributes = 0x41ED0000;
 constexpr std::uint32_t kLinkAttributes = 0xA1A40000;
 constexpr std::uint32_t kFileAttributes = 0x81A40000;
 constexpr std::size_t kBlock = 64 * 1024;
-constexpr std::uint64_t kProgressStep = 2048000;
 
 zipFile handle(void* p) {
   return static_cast<zipFile>(p);
@@ -257,11 +256,7 @@ void UZipFileArchive::writeEntryData(const std::string& name, std::uint32_t crc,
 }
 
 void UZipFileArchive::reportProgress(std::uint64_t bytes) {
-  progressSize_ += bytes;
-  if (progressSize_ > kProgressStep) {
-    if (delegate_) delegate_->progressFinished(progressSize_);
-    progressSize_ = 0;
-  }
+  if (auto due = progressSize_.add(bytes); due && delegate_) delegate_->progressFinished(*due);
 }
 
 }  // namespace harbor
