@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "filemanager/CommonUtil.h"
+#include "filemanager/FileCopy.h"
 #include "filemanager/FileModes.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
@@ -109,13 +110,6 @@ bool writeAll(int fd, const char* data, std::size_t size) {
     size -= static_cast<std::size_t>(n);
   }
   return true;
-}
-
-ssize_t readSome(int fd, char* data, std::size_t size) {
-  for (;;) {
-    ssize_t n = ::read(fd, data, size);
-    if (n >= 0 || errno != EINTR) return n;
-  }
 }
 
 enum class Walk { All, FilesOnly, FoldersOnly };
@@ -518,9 +512,10 @@ bool FileUtil::copyFile(const std::string& path, const std::string& desPath, boo
     std::error_code ec;
     fs::remove(desPath, ec);
   }
-  // The kernel masks a new file's mode with the umask; a kept target keeps its own.
-  int out = ::open(desPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
-                   FileModes::forCopy(src.st_mode));
+  // The kernel masks a new file's mode with the umask; a kept target keeps
+  // its own. Not O_APPEND: the kernel copy refuses such targets.
+  int out =
+      ::open(desPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, FileModes::forCopy(src.st_mode));
   if (out < 0) {
     ::close(in);
     return false;
@@ -531,25 +526,15 @@ bool FileUtil::copyFile(const std::string& path, const std::string& desPath, boo
   if (::fstat(out, &des) == 0 && des.st_dev == src.st_dev && des.st_ino == src.st_ino) {
     limit = static_cast<std::uint64_t>(src.st_size);
   }
-
-  bool ok = true;
-  std::vector<char> block(kCopyBlockSize);
-  std::uint64_t copied = 0;
-  while (copied < limit) {
-    if (isCurrentThreadCancelled()) {
-      ok = false;
-      break;
-    }
-    std::size_t want =
-        static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), limit - copied));
-    ssize_t n = readSome(in, block.data(), want);
-    if (n == 0) break;
-    if (n < 0 || !writeAll(out, block.data(), static_cast<std::size_t>(n))) {
-      ok = false;
-      break;
-    }
-    copied += static_cast<std::uint64_t>(n);
-    if (delegate) delegate->progressFinished(static_cast<std::uint64_t>(n));
+  bool ok = ::lseek(out, 0, SEEK_END) >= 0;
+  if (ok) {
+    const auto result = FileCopy::copyData(
+        in, out, limit, kCopyBlockSize,
+        [delegate](std::uint64_t n) {
+          if (delegate) delegate->progressFinished(n);
+        },
+        [] { return isCurrentThreadCancelled(); });
+    ok = result.ok();
   }
   ::close(in);
   if (::close(out) != 0) ok = false;
