@@ -9,6 +9,7 @@
 #include <mutex>
 #include <random>
 
+#include "ProgressRecorder.h"
 #include "filemanager/FilePropertyCopyFile.h"
 #include "filemanager/FilePropertyCopyURLS.h"
 #include "filemanager/FileUtil.h"
@@ -31,18 +32,7 @@ std::string noise(std::size_t size, unsigned salt = 7) {
   return s;
 }
 
-// Records each block a copy reports; `onBlock` runs after each.
-class RecordingProgress : public ActionProgressCounter {
- public:
-  using ActionProgressCounter::progressFinished;
-  void progressFinished(std::uint64_t units) override {
-    blocks.push_back(units);
-    ActionProgressCounter::progressFinished(units);
-    if (onBlock) onBlock();
-  }
-  std::vector<std::uint64_t> blocks;
-  std::function<void()> onBlock;
-};
+using test::RecordingProgress;
 
 // Runs `hook` once, on the first progress report of a copy; reports may
 // come from several copies at once.

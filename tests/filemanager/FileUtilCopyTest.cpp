@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ProgressRecorder.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
@@ -27,16 +28,7 @@ std::string pattern(std::size_t size) {
   return s;
 }
 
-class RecordingProgress : public ActionProgressCounter {
- public:
-  void progressFinished(std::uint64_t units) override {
-    blocks.push_back(units);
-    ActionProgressCounter::progressFinished(units);
-    if (onBlock) onBlock();
-  }
-  std::vector<std::uint64_t> blocks;
-  std::function<void()> onBlock;
-};
+using test::RecordingProgress;
 
 TEST(FileUtilCopy, OverwriteReplacesAndKeepAppends) {
   ScratchDir dir;
