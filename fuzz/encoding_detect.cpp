@@ -1,10 +1,12 @@
 // Every byte sequence that becomes text passes detection: file contents,
 // archive entry names, web archive parts. Any bytes must be handled safely,
 // and what the detector reports must agree with a plain decoding.
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "encoding/CharsetDeclaration.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
 #include "encoding/StringEncodings.h"
@@ -15,9 +17,10 @@ void check(bool ok) {
   if (!ok) __builtin_trap();
 }
 
-bool holdsControls(const std::u16string& text) {
+// NUL never stands in decoded text; C1 controls only in the Unicode forms.
+bool holdsControls(const std::u16string& text, bool c1) {
   for (char16_t c : text) {
-    if (c == 0 || (c >= 0x80 && c <= 0x9F)) return true;
+    if (c == 0 || (c1 && c >= 0x80 && c <= 0x9F)) return true;
   }
   return false;
 }
@@ -36,10 +39,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                             DetectorCharacter::detectorDataEncoding(bytes));
   check(text == plain && used == plainUsed);
   if (text) {
-    check(!holdsControls(*text));
-    auto again =
-        StringEncodings::decode(bytes, EncodingUtil::convertStringToNSStringEncoding(used));
+    const StringEncoding encoding = EncodingUtil::convertStringToNSStringEncoding(used);
+    check(!holdsControls(*text, !StringEncodings::isUnicode(encoding)));
+    auto again = StringEncodings::decode(bytes, encoding);
     check(again && *again == *text);
+  }
+
+  // Candidates come once each, and what the text declares is among them.
+  const std::vector<std::string> candidates = DetectorCharacter::detectorDataEncoding(bytes);
+  for (const std::string& name : candidates) {
+    check(std::count(candidates.begin(), candidates.end(), name) == 1);
+  }
+  if (auto declared = CharsetDeclaration::declaredEncoding(bytes)) {
+    const std::string name = EncodingUtil::encodingForStringEncoding(*declared);
+    check(!name.empty());
+    check(std::find(candidates.begin(), candidates.end(), name) != candidates.end());
   }
 
   // Entry names arrive NUL-ended.

@@ -136,8 +136,10 @@ std::uint32_t read32(const std::string& s, std::size_t at, bool swap) {
   return swap ? __builtin_bswap32(v) : v;
 }
 
-// The translations of a gettext catalogue, when it is in UTF-8.
-void appendCatalogue(const fs::path& file, std::string& text) {
+// The translations of a gettext catalogue, when it is in UTF-8. With `po`
+// each translation follows its English original, as in the .po file a
+// translator edits: English and the language mixed line by line.
+void appendCatalogue(const fs::path& file, std::string& text, bool po = false) {
   std::ifstream in(file, std::ios::binary);
   std::string mo((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   const std::uint32_t magic = read32(mo, 0, false);
@@ -145,17 +147,39 @@ void appendCatalogue(const fs::path& file, std::string& text) {
   if (magic != 0x950412deu && !swap) return;
   const std::uint32_t count = read32(mo, 8, swap);
   const std::uint32_t originals = read32(mo, 12, swap), translations = read32(mo, 16, swap);
+  auto poString = [](std::string s) {
+    std::string out;
+    for (char c : s) {
+      if (c == '\n') {
+        out += "\\n";
+      } else if (c == '"') {
+        out += "\\\"";
+      } else if (c == '\0') {
+        break;  // the plural forms after the first
+      } else {
+        out += c;
+      }
+    }
+    return out;
+  };
   std::string out;
   for (std::uint32_t i = 0; i < count; ++i) {
     const std::uint32_t olen = read32(mo, originals + 8 * i, swap);
+    const std::uint32_t oat = read32(mo, originals + 8 * i + 4, swap);
     const std::uint32_t len = read32(mo, translations + 8 * i, swap);
     const std::uint32_t at = read32(mo, translations + 8 * i + 4, swap);
-    if (at + len > mo.size()) return;
+    if (at + len > mo.size() || oat + olen > mo.size()) return;
     std::string s = mo.substr(at, len);
     if (olen == 0) {  // the header names the catalogue's charset
       std::string lower = s;
       std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
       if (lower.find("charset=utf-8") == std::string::npos) return;
+      continue;
+    }
+    if (po) {
+      const std::string id = poString(mo.substr(oat, olen)), str = poString(s);
+      if (str.empty() || id == str || !validUtf8Text(id) || !validUtf8Text(str)) continue;
+      out += "msgid \"" + id + "\"\nmsgstr \"" + str + "\"\n";
       continue;
     }
     std::replace(s.begin(), s.end(), '\0', '\n');
@@ -202,6 +226,60 @@ LanguageText collectLanguageText(const std::string& language, std::size_t limit)
     if (result.text.size() > before) ++result.files;
   }
   return result;
+}
+
+LanguageText collectCatalogueText(const std::string& language, std::size_t limit) {
+  LanguageText result{language, {}, 0};
+  std::vector<fs::path> files = filesUnder("/usr/share/locale/" + language + "/LC_MESSAGES", ".mo");
+  std::mt19937 rng(0x4841524Bu);
+  std::shuffle(files.begin(), files.end(), rng);
+  for (const auto& file : files) {
+    if (result.text.size() >= limit) break;
+    const std::size_t before = result.text.size();
+    appendCatalogue(file, result.text, true);
+    if (result.text.size() > before) ++result.files;
+  }
+  return result;
+}
+
+std::vector<std::string> collectPageHeads(std::size_t maxSize) {
+  std::vector<std::string> heads;
+  for (const auto& file : filesUnder("/usr/share/doc", ".html")) {
+    std::ifstream in(file, std::ios::binary);
+    std::string page((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string lower = page;
+    std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
+    const std::size_t body = lower.find("<body");
+    const std::size_t head = lower.find("<head");
+    if (body == std::string::npos || head == std::string::npos || head > body) continue;
+    const std::size_t bodyEnd = lower.find('>', body);
+    if (bodyEnd == std::string::npos) continue;
+    // Its own declaration goes; the sample's is put right after <head>.
+    std::string kept;
+    std::size_t pos = 0;
+    for (std::size_t meta; (meta = lower.find("<meta", pos)) < bodyEnd; pos = meta) {
+      const std::size_t end = lower.find('>', meta);
+      if (end == std::string::npos || end > bodyEnd) break;
+      const std::string tag = lower.substr(meta, end - meta);
+      kept += page.substr(pos, meta - pos);
+      if (tag.find("charset") == std::string::npos) kept += page.substr(meta, end + 1 - meta);
+      meta = end + 1;
+    }
+    kept += page.substr(pos, bodyEnd + 1 - pos);
+    // So does an XML declaration's encoding: the page then says one thing.
+    if (kept.rfind("<?xml", 0) == 0) kept.erase(0, kept.find('>') + 1);
+    std::string keptLower = kept;
+    std::transform(keptLower.begin(), keptLower.end(), keptLower.begin(), ::tolower);
+    const std::size_t insertAt = keptLower.find('>', keptLower.find("<head")) + 1;
+    if (kept.size() > maxSize || insertAt == 0) continue;
+    if (std::any_of(kept.begin(), kept.end(),
+                    [](char c) { return static_cast<unsigned char>(c) >= 0x80; })) {
+      continue;  // every target encoding must carry the head unchanged
+    }
+    kept.insert(insertAt, "\n@DECLARATION@");
+    heads.push_back(std::move(kept) + "\n");
+  }
+  return heads;
 }
 
 std::optional<std::string> iconvConvert(const std::string& to, const std::string& from,

@@ -10,12 +10,14 @@
 #include <uchardet/uchardet.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -28,18 +30,26 @@
 namespace harbor::bench {
 namespace {
 
+// Plain text of one language; message catalogues as .po files, English
+// originals beside their translations; or web pages whose head declares the
+// charset, built from the heads of HTML pages on this machine.
+enum class Kind { text, po, page };
+
 struct Target {
   const char* label;
   const char* iconvName;
   const char* harborName;  // Harbor's name for the true encoding
   std::string mark;        // written before the text
   std::vector<std::string> languages;
+  Kind kind = Kind::text;
+  const char* declared = "";  // pages: the label their declaration gives
 };
 
-const std::vector<std::string> kAllLanguages{"ja", "zh_CN", "zh_TW", "ko", "ru", "el",
-                                             "pl", "cs",    "fr",    "de", "es", "hu"};
+const std::vector<std::string> kAllLanguages{"ja", "zh_CN", "zh_TW", "ko", "ru", "el", "pl", "cs",
+                                             "fr", "de",    "es",    "hu", "uk", "he", "th"};
 
 const std::vector<std::size_t> kSizes{100, 1024, 65536};
+const std::vector<std::size_t> kPageSizes{4096, 65536};
 
 std::vector<Target> targets() {
   const std::vector<std::string> western{"fr", "de", "es"};
@@ -63,7 +73,71 @@ std::vector<Target> targets() {
       {"UTF-16BE+BOM", "UTF-16BE", "UTF-16BE", "\xFE\xFF", kAllLanguages},
       {"UTF-8", "UTF-8", "UTF-8", "", kAllLanguages},
       {"UTF-8+BOM", "UTF-8", "UTF-8", "\xEF\xBB\xBF", kAllLanguages},
+      // Single-byte tables of the DOS, Mac and Unix worlds.
+      {"IBM866", "IBM866", "IBM866", "", {"ru"}},
+      {"KOI8-U", "KOI8-U", "KOI8-U", "", {"uk"}},
+      {"MacCyrillic", "MACCYRILLIC", "x-mac-cyrillic", "", {"ru", "uk"}},
+      {"ISO-8859-5", "ISO-8859-5", "ISO-8859-5", "", {"ru"}},
+      {"TIS-620", "TIS-620", "TIS-620", "", {"th"}},
+      {"windows-1250", "WINDOWS-1250", "windows-1250", "", {"pl", "cs", "hu"}},
+      {"windows-1253", "WINDOWS-1253", "windows-1253", "", {"el"}},
+      {"ISO-8859-8", "ISO-8859-8", "ISO-8859-8", "", {"he"}},
+      {"windows-1255", "WINDOWS-1255", "windows-1255", "", {"he"}},
+      // English paragraphs mixed into the language.
+      {"1251 po", "WINDOWS-1251", "windows-1251", "", {"ru"}, Kind::po},
+      {"KOI8-R po", "KOI8-R", "KOI8-R", "", {"ru"}, Kind::po},
+      {"8859-2 po", "ISO-8859-2", "ISO-8859-2", "", {"pl", "cs"}, Kind::po},
+      {"1250 po", "WINDOWS-1250", "windows-1250", "", {"pl", "cs"}, Kind::po},
+      {"8859-7 po", "ISO-8859-7", "ISO-8859-7", "", {"el"}, Kind::po},
+      {"1253 po", "WINDOWS-1253", "windows-1253", "", {"el"}, Kind::po},
+      {"8859-8 po", "ISO-8859-8", "ISO-8859-8", "", {"he"}, Kind::po},
+      {"1255 po", "WINDOWS-1255", "windows-1255", "", {"he"}, Kind::po},
+      // Web pages that say what they are.
+      {"1251 page", "WINDOWS-1251", "windows-1251", "", {"ru"}, Kind::page, "windows-1251"},
+      {"KOI8-R page", "KOI8-R", "KOI8-R", "", {"ru"}, Kind::page, "koi8-r"},
+      {"8859-2 page", "ISO-8859-2", "ISO-8859-2", "", {"pl", "cs"}, Kind::page, "iso-8859-2"},
+      {"1250 page", "WINDOWS-1250", "windows-1250", "", {"pl", "cs"}, Kind::page, "windows-1250"},
+      {"8859-7 page", "ISO-8859-7", "ISO-8859-7", "", {"el"}, Kind::page, "iso-8859-7"},
+      {"1255 page", "WINDOWS-1255", "windows-1255", "", {"he"}, Kind::page, "windows-1255"},
+      {"1252 page", "WINDOWS-1252", "windows-1252", "", western, Kind::page, "windows-1252"},
+      {"SJIS page", "SHIFT_JIS", "Shift_JIS", "", {"ja"}, Kind::page, "shift_jis"},
+      {"GBK page", "GBK", "GBK", "", {"zh_CN"}, Kind::page, "gbk"},
+      {"EUC-KR page", "EUC-KR", "EUC-KR", "", {"ko"}, Kind::page, "euc-kr"},
   };
+}
+
+// The key of a language's text pool for a kind of target.
+std::string poolKey(const std::string& language, Kind kind) {
+  return kind == Kind::po ? language + ":po" : kind == Kind::page ? language + ":page" : language;
+}
+
+// The lines of a text as paragraphs of a page.
+LanguageText asParagraphs(const LanguageText& pool) {
+  LanguageText out{pool.language, {}, pool.files};
+  std::istringstream lines(pool.text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    std::string escaped;
+    for (char c : line) {
+      escaped += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : std::string(1, c);
+    }
+    out.text += "<p>" + escaped + "</p>\n";
+  }
+  return out;
+}
+
+std::vector<std::string> gPageHeads;
+
+// The page around a sample's text, the declaration in two common forms.
+std::pair<std::string, std::string> pageFrame(const Target& t, std::size_t n) {
+  if (t.kind != Kind::page || gPageHeads.empty()) return {};
+  std::string head = gPageHeads[n % gPageHeads.size()];
+  const std::string declaration =
+      n % 2 ? "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=" +
+                  std::string(t.declared) + "\">"
+            : "<meta charset=\"" + std::string(t.declared) + "\">";
+  head.replace(head.find("@DECLARATION@"), 13, declaration);
+  return {head, "</body>\n</html>\n"};
 }
 
 struct Sample {
@@ -82,7 +156,7 @@ struct Cell {
 
 // enca knows a few languages; elsewhere it only tells Unicode forms apart.
 const char* encaLanguage(const std::string& language) {
-  for (const char* l : {"ru", "pl", "cs", "hu", "zh"}) {
+  for (const char* l : {"ru", "uk", "pl", "cs", "hu", "zh"}) {
     if (language.rfind(l, 0) == 0) return l;
   }
   return "__";
@@ -100,7 +174,8 @@ bool hasNonAscii(std::string_view s) {
 
 // The longest text from `start` whose encoded form fits in `size` bytes.
 std::optional<Sample> makeSample(const Target& t, const LanguageText& pool, std::size_t start,
-                                 std::size_t size) {
+                                 std::size_t size, std::size_t n) {
+  const auto [prefix, suffix] = pageFrame(t, n);
   const std::string_view text = std::string_view(pool.text).substr(start);
   std::vector<std::size_t> ends;  // character boundaries
   for (std::size_t i = 1; i <= text.size() && ends.size() < size; ++i) {
@@ -110,7 +185,8 @@ std::optional<Sample> makeSample(const Target& t, const LanguageText& pool, std:
   std::string best;
   while (lo < hi) {  // largest count whose encoding fits
     const std::size_t mid = (lo + hi + 1) / 2;
-    auto enc = iconvConvert(t.iconvName, "UTF-8", text.substr(0, ends[mid - 1]));
+    auto enc = iconvConvert(t.iconvName, "UTF-8",
+                            prefix + std::string(text.substr(0, ends[mid - 1])) + suffix);
     if (!enc) return std::nullopt;
     if (enc->size() + t.mark.size() <= size) {
       lo = mid;
@@ -120,7 +196,8 @@ std::optional<Sample> makeSample(const Target& t, const LanguageText& pool, std:
     }
   }
   if (lo == 0) return std::nullopt;
-  Sample s{std::string(text.substr(0, ends[lo - 1])), t.mark + best, pool.language};
+  Sample s{prefix + std::string(text.substr(0, ends[lo - 1])) + suffix, t.mark + best,
+           pool.language};
   // Sizes are what the table says, give or take one character.
   if (s.bytes.size() + 4 < size) return std::nullopt;
   return s;
@@ -163,13 +240,13 @@ std::vector<Cell> buildCorpus(const std::map<std::string, LanguageText>& pools, 
     std::vector<const LanguageText*> usable;
     double droppedSum = 0;
     for (const auto& l : t.languages) {
-      auto it = pools.find(l);
+      auto it = pools.find(poolKey(l, t.kind));
       if (it == pools.end() || it->second.text.empty()) continue;
       if (std::string_view(t.iconvName).rfind("UTF-", 0) == 0) {
         usable.push_back(&it->second);
         continue;
       }
-      auto key = std::make_pair(std::string(t.iconvName), l);
+      auto key = std::make_pair(std::string(t.iconvName), poolKey(l, t.kind));
       auto f = filtered.find(key);
       if (f == filtered.end()) {
         double dropped = 0;
@@ -180,7 +257,7 @@ std::vector<Cell> buildCorpus(const std::map<std::string, LanguageText>& pools, 
       usable.push_back(&f->second.first);
     }
     const double dropped = usable.empty() ? 0 : droppedSum / usable.size();
-    for (std::size_t size : kSizes) {
+    for (std::size_t size : t.kind == Kind::page ? kPageSizes : kSizes) {
       Cell cell{t.label, size, {}, dropped};
       std::vector<const LanguageText*> big;
       for (const LanguageText* p : usable) {
@@ -194,7 +271,7 @@ std::vector<Cell> buildCorpus(const std::map<std::string, LanguageText>& pools, 
             std::uniform_int_distribution<std::size_t>(0, pool.text.size() - 2 * size)(rng);
         start = pool.text.find('\n', start);
         if (start == std::string::npos) continue;
-        auto sample = makeSample(t, pool, start + 1, size);
+        auto sample = makeSample(t, pool, start + 1, size, cell.samples.size());
         if (!sample || !hasNonAscii(sample->original)) continue;
         if (!carried(t, sample->original, std::string_view(sample->bytes).substr(t.mark.size()))) {
           continue;
@@ -321,9 +398,15 @@ int main(int argc, char** argv) {
   std::printf("Corpus text (manual pages and translations on this machine):\n");
   for (const auto& l : kAllLanguages) {
     LanguageText text = collectLanguageText(l, 3 << 20);
-    std::printf("  %-6s %8zu bytes from %zu files\n", l.c_str(), text.text.size(), text.files);
+    LanguageText po = collectCatalogueText(l, 3 << 20);
+    std::printf("  %-6s %8zu bytes from %zu files; as .po %8zu bytes from %zu files\n", l.c_str(),
+                text.text.size(), text.files, po.text.size(), po.files);
+    pools.emplace(poolKey(l, Kind::page), asParagraphs(text));
     pools.emplace(l, std::move(text));
+    pools.emplace(poolKey(l, Kind::po), std::move(po));
   }
+  gPageHeads = collectPageHeads(1536);
+  std::printf("  page heads: %zu from /usr/share/doc\n", gPageHeads.size());
   gCells = buildCorpus(pools, scale);
   for (const Cell& c : gCells) {
     for (const Sample& s : c.samples) gBytes[c.size] += s.bytes.size();
@@ -372,6 +455,29 @@ int main(int argc, char** argv) {
   std::printf("%-13s %7s %6zu %5s %9s %9s %9s\n\n", "overall", "", totalFiles, "",
               percent(totalHarbor, totalFiles).c_str(), percent(totalUchardet, totalFiles).c_str(),
               percent(totalEnca, totalFiles).c_str());
+
+  // The same by encoding, all sizes together; "<" marks a row where Harbor
+  // is behind uchardet.
+  std::printf("By encoding, all sizes:\n%-13s %6s %9s %9s %9s\n", "encoding", "files", "harbor",
+              "uchardet", "enca");
+  std::vector<std::string> order;
+  std::map<std::string, std::array<int, 4>> byTarget;  // files, harbor, uchardet, enca
+  for (const Cell& c : gCells) {
+    if (!byTarget.count(c.target)) order.push_back(c.target);
+    auto& row = byTarget[c.target];
+    row[0] += static_cast<int>(c.samples.size());
+    row[1] += c.harbor;
+    row[2] += c.uchardet;
+    row[3] += c.enca;
+  }
+  for (const std::string& target : order) {
+    const auto& row = byTarget[target];
+    const auto n = static_cast<std::size_t>(row[0]);
+    std::printf("%-13s %6d %9s %9s %9s%s\n", target.c_str(), row[0], percent(row[1], n).c_str(),
+                percent(row[2], n).c_str(), percent(row[3], n).c_str(),
+                row[1] < row[2] ? "  <" : "");
+  }
+  std::printf("\n");
   std::fflush(stdout);
 
   for (std::size_t size : kSizes) {
@@ -393,17 +499,18 @@ int main(int argc, char** argv) {
   std::printf("%-8s %7s %10s %10s %10s %12s\n", "size", "files", "harbor", "uchardet", "enca",
               "vs uchardet");
   std::map<std::string, double> total;
-  std::size_t allBytes = 0;
+  std::size_t allBytes = 0, allFiles = 0;
   auto mib = [](std::size_t bytes, double s) { return s > 0 ? bytes / s / (1 << 20) : 0.0; };
   for (std::size_t size : kSizes) {
     allBytes += gBytes[size];
+    allFiles += gFiles[size];
     for (const char* tool : kTools) total[tool] += gSeconds[{tool, size}];
     const double h = gSeconds[{"harbor", size}], u = gSeconds[{"uchardet", size}];
     std::printf("%-8s %7zu %10.1f %10.1f %10.1f %11.2fx\n", sizeLabel(size).c_str(), gFiles[size],
                 mib(gBytes[size], h), mib(gBytes[size], u),
                 mib(gBytes[size], gSeconds[{"enca", size}]), h > 0 ? u / h : 0.0);
   }
-  std::printf("%-8s %7zu %10.1f %10.1f %10.1f %11.2fx\n", "all", totalFiles,
+  std::printf("%-8s %7zu %10.1f %10.1f %10.1f %11.2fx\n", "all", allFiles,
               mib(allBytes, total["harbor"]), mib(allBytes, total["uchardet"]),
               mib(allBytes, total["enca"]),
               total["harbor"] > 0 ? total["uchardet"] / total["harbor"] : 0.0);

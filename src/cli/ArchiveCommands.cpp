@@ -14,6 +14,7 @@
 #include "archive/ZipBase.h"
 #include "archive/zip/UZipFileArchive.h"
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Unicode.h"
@@ -26,7 +27,7 @@ struct ArchiveOptions {
   std::string file;
   std::string destination;
   std::string entry;
-  std::string password;
+  PasswordSource password;
   std::vector<std::string> paths;
   bool json = false;
 };
@@ -83,62 +84,77 @@ void collect(const ZipEntry& node, std::vector<const ZipEntry*>& out) {
 }
 
 // 2 for a password problem, 1 for anything else.
-int reportFailure(const IArchive& archive, const std::string& what) {
+int reportFailure(const IArchive& archive, const std::string& command) {
   const auto error = archive.archiveError();
-  const std::string message = error ? error->message : "failed";
+  const std::string message = error && !error->message.empty() ? error->message : "failed";
   if (archive.isPasswordFailure()) {
-    std::cerr << "harbor: archive " << what << ": "
-              << (message.empty() ? "a wrong or missing password" : message)
-              << " (wrong or missing password)\n";
-    return 2;
+    return fail(command, message + " (wrong or missing password)", 2);
   }
-  std::cerr << "harbor: archive " << what << ": " << message << "\n";
-  return 1;
+  return fail(command, message);
 }
 
-std::unique_ptr<IArchive> openReader(const ArchiveOptions& opts, int& exitCode) {
-  std::error_code ec;
-  if (!fs::is_regular_file(opts.file, ec)) {
-    std::cerr << "harbor: archive: no such file: " << opts.file << "\n";
-    exitCode = 1;
+// The reader for the archive, or nothing with `exitCode` set and the reason
+// printed. Without a password, an encrypted archive asks for one on a
+// terminal and is opened again.
+std::unique_ptr<IArchive> openReader(const ArchiveOptions& opts, const std::string& command,
+                                     int& exitCode, bool& listed) {
+  if (auto problem = checkPath(opts.file, PathNeed::File)) {
+    exitCode = fail(command, *problem);
     return nullptr;
   }
-  auto archive = ArchiveFactory::createReader(opts.file, opts.password);
+  std::string error;
+  std::optional<std::string> password = opts.password.resolve(error);
+  if (!error.empty()) {
+    exitCode = fail(command, error, 2);
+    return nullptr;
+  }
+  auto archive = ArchiveFactory::createReader(opts.file, password.value_or(""));
   if (!archive) {
-    std::cerr << "harbor: archive: not an archive format Harbor reads: " << opts.file << "\n";
-    exitCode = 1;
+    exitCode = fail(command, opts.file + ": not an archive format Harbor reads");
+    return nullptr;
+  }
+  listed = archive->listFiles();
+  if (!listed && archive->isPasswordFailure() && !password) {
+    if (auto asked = promptPassword("Password for " + opts.file + ": ")) {
+      archive = ArchiveFactory::createReader(opts.file, *asked);
+      listed = archive && archive->listFiles();
+      if (!archive) {
+        exitCode = fail(command, opts.file + ": not an archive format Harbor reads");
+        return nullptr;
+      }
+    }
   }
   return archive;
 }
 
 int runList(const ArchiveOptions& opts) {
+  const std::string command = "archive list";
   int code = 0;
-  auto archive = openReader(opts, code);
+  bool listed = false;
+  auto archive = openReader(opts, command, code, listed);
   if (!archive) return code;
-  const bool listed = archive->listFiles();
   std::vector<const ZipEntry*> entries;
   collect(*archive->rootEntry(), entries);
-  // A list that stopped keeps what it had: shown, then the failure.
-  if (!listed && entries.empty()) return reportFailure(*archive, "list");
+  // A list that stopped keeps what it had: shown, then the failure. A script
+  // reads "encrypted" even when a missing password stopped it at once.
+  if (!listed && entries.empty() && !(opts.json && archive->isPasswordFailure()))
+    return reportFailure(*archive, command);
   const bool encrypted = archive->isEncrypted();
   if (opts.json) {
-    nlohmann::json out;
-    out["format"] = archive->formatName();
-    out["encrypted"] = encrypted;
-    out["encryptedFileName"] = archive->isEncryptedFileName();
-    out["entries"] = nlohmann::json::array();
+    ordered_json list = ordered_json::array();
     for (const auto* e : entries) {
-      nlohmann::json j;
-      j["path"] = e->path();
-      j["isLeaf"] = e->isLeaf();
-      j["size"] = e->size();
-      j["packedSize"] = e->isLeaf() ? e->compressedSize() : e->compressTotalSize();
-      j["crc"] = e->crc();
       const std::string date = isoDate(e->date());
-      j["date"] = date.empty() ? nlohmann::json(nullptr) : nlohmann::json(date);
-      out["entries"].push_back(j);
+      list.push_back({{"path", e->path()},
+                      {"isLeaf", e->isLeaf()},
+                      {"size", e->size()},
+                      {"packedSize", e->isLeaf() ? e->compressedSize() : e->compressTotalSize()},
+                      {"crc", e->crc()},
+                      {"date", date.empty() ? ordered_json(nullptr) : ordered_json(date)}});
     }
-    std::cout << out.dump(2) << "\n";
+    printJson(ordered_json{{"format", archive->formatName()},
+                           {"encrypted", encrypted},
+                           {"encryptedFileName", archive->isEncryptedFileName()},
+                           {"entries", std::move(list)}});
   } else {
     for (const auto* e : entries) {
       std::printf("%12llu  %-20s  %s\n", static_cast<unsigned long long>(e->size()),
@@ -146,22 +162,28 @@ int runList(const ArchiveOptions& opts) {
     }
   }
   std::cout.flush();
-  return listed ? 0 : reportFailure(*archive, "list");
+  return listed ? 0 : reportFailure(*archive, command);
 }
 
 int runExtract(const ArchiveOptions& opts) {
+  const std::string command = "archive extract";
   int code = 0;
-  auto archive = openReader(opts, code);
+  bool listed = false;
+  auto archive = openReader(opts, command, code, listed);
   if (!archive) return code;
-  if (!archive->listFiles()) return reportFailure(*archive, "extract");
+  if (!listed) return reportFailure(*archive, command);
   const ZipEntry* entry = nullptr;
   if (!opts.entry.empty()) {
     auto found = archive->rootEntry()->findPath(opts.entry);
-    if (!found) {
-      std::cerr << "harbor: archive extract: no entry " << opts.entry << "\n";
-      return 1;
-    }
+    if (!found) return fail(command, "no entry " + opts.entry + " in " + opts.file);
     entry = found.get();
+  }
+  if (!opts.destination.empty()) {
+    std::error_code ec;
+    if (fs::exists(opts.destination, ec)) {
+      if (auto problem = checkPath(opts.destination, PathNeed::Folder))
+        return fail(command, *problem);
+    }
   }
   std::string destination = opts.destination;
   if (destination.empty()) {
@@ -175,48 +197,53 @@ int runExtract(const ArchiveOptions& opts) {
   const bool ok = archive->unArchivePath(entry, destination);
   archive->setActionDelegate(nullptr);
   const auto& refused = archive->refusedEntries();
-  for (const auto& r : refused)
-    std::cerr << "harbor: archive extract: refused " << r.path << ": " << r.reason << "\n";
-  if (!ok) return reportFailure(*archive, "extract");
-  std::cout << destination << "\n";
+  for (const auto& r : refused) warn(command, "refused " + r.path + ": " + r.reason);
+  if (!ok) return reportFailure(*archive, command);
+  if (opts.json) {
+    ordered_json list = ordered_json::array();
+    for (const auto& r : refused) list.push_back({{"path", r.path}, {"reason", r.reason}});
+    printJson(ordered_json{{"format", archive->formatName()},
+                           {"destination", destination},
+                           {"refused", std::move(list)}});
+  } else {
+    std::cout << destination << "\n";
+  }
   if (!refused.empty()) {
-    std::cerr << "harbor: archive extract: " << refused.size()
-              << (refused.size() == 1 ? " entry was" : " entries were")
-              << " not extracted; everything else was\n";
+    warn(command, std::to_string(refused.size()) +
+                      (refused.size() == 1 ? " entry was" : " entries were") +
+                      " not extracted; everything else was");
     return 1;
   }
   return 0;
 }
 
 int runCreate(const ArchiveOptions& opts) {
+  const std::string command = "archive create";
   std::vector<std::string> sources;
   for (const auto& p : opts.paths) {
     std::error_code ec;
     if (!fs::exists(fs::symlink_status(p, ec))) {
-      std::cerr << "harbor: archive create: no such file or folder: " << p << "\n";
-      return 1;
+      return fail(command, p + ": " + pathProblem(p, PathNeed::Exists).value_or("cannot read"));
     }
     sources.push_back(fs::absolute(p).lexically_normal().string());
   }
   if (toLower(FileUtil::getFileExtension(opts.file)) != "zip") {
-    std::cerr << "harbor: archive create: only .zip archives are written\n";
-    return 2;
+    return fail(command, opts.file + ": only .zip archives are written", 2);
   }
+  std::string passwordError;
+  const std::optional<std::string> password = opts.password.resolve(passwordError);
+  if (!passwordError.empty()) return fail(command, passwordError, 2);
+  if (password && opts.password.password.empty() && opts.password.file.empty())
+    warn(command, "encrypting with the password from HARBOR_PASSWORD");
   TerminalProgress progress(FileUtil::getFileSizeFiles(sources));
   ZipPropertyOptions options;
-  options.password = opts.password;
+  options.password = password.value_or("");
   auto writer = ArchiveFactory::createZipFactory(sources, &progress, opts.file, options);
   auto* zip = dynamic_cast<UZipFileArchive*>(writer.get());
-  if (!zip || !zip->isOpen()) {
-    std::cerr << "harbor: archive create: cannot create " << opts.file << "\n";
-    return 1;
-  }
+  if (!zip || !zip->isOpen()) return fail(command, "cannot create " + opts.file);
   const bool complete = zip->close();
-  for (const auto& msg : writer->zipMsg()) std::cerr << "harbor: archive create: " << msg << "\n";
-  if (!complete) {
-    std::cerr << "harbor: archive create: " << opts.file << " was not written\n";
-    return 1;
-  }
+  for (const auto& msg : writer->zipMsg()) warn(command, msg);
+  if (!complete) return fail(command, opts.file + " was not written");
   return 0;
 }
 
@@ -227,8 +254,10 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
   auto list = std::make_shared<ArchiveOptions>();
   CLI::App* listCmd = archive->add_subcommand("list", "List the entries of an archive");
   listCmd->add_option("FILE", list->file, "zip, tar, gz, bz2 or rar archive")->required();
-  listCmd->add_option("--password", list->password, "Password of an encrypted archive");
-  listCmd->add_flag("--json", list->json, "Print JSON");
+  list->password.addOptions(listCmd, "Password of an encrypted archive");
+  addJsonFlag(listCmd, list->json,
+              "Print {format, encrypted, encryptedFileName, entries}; printed also when a "
+              "password is missing or wrong (exit 2)");
   listCmd->callback([list, &exitCode] { exitCode = runList(*list); });
 
   auto extract = std::make_shared<ArchiveOptions>();
@@ -237,17 +266,18 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
   extractCmd->add_option("DEST", extract->destination,
                          "Destination folder (default: a new folder named after the archive)");
   extractCmd->add_option("--entry", extract->entry, "Only this entry (a file or folder path)");
-  extractCmd->add_option("--password", extract->password, "Password of an encrypted archive");
+  addJsonFlag(extractCmd, extract->json, "Print {format, destination, refused}");
   extractCmd->footer(
       "Exit status: 0 when everything was extracted; 1 on failure, or when entries that would "
       "land outside DEST were refused (the rest is extracted); 2 for a wrong or missing password.");
+  extract->password.addOptions(extractCmd, "Password of an encrypted archive");
   extractCmd->callback([extract, &exitCode] { exitCode = runExtract(*extract); });
 
   auto create = std::make_shared<ArchiveOptions>();
   CLI::App* createCmd = archive->add_subcommand("create", "Create a zip archive");
   createCmd->add_option("OUT", create->file, "The .zip to write")->required();
   createCmd->add_option("PATH", create->paths, "Files or folders to add")->required();
-  createCmd->add_option("--password", create->password, "Encrypt the entries with a password");
+  create->password.addOptions(createCmd, "Encrypt the entries with a password");
   createCmd->callback([create, &exitCode] { exitCode = runCreate(*create); });
 }
 

@@ -19,6 +19,6 @@ struct CommandRegistrar {
 void installCommands(CLI::App& app, int& exitCode);
 
 // `harbor` with no subcommand.
-int runMainJob();
+int runMainJob(bool json);
 
 }  // namespace harbor::cli

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
 #include "encoding/FileBytes.h"
@@ -13,8 +14,6 @@
 
 namespace harbor::cli {
 namespace {
-
-using ordered_json = nlohmann::ordered_json;
 
 struct DetectOptions {
   std::vector<std::string> files;
@@ -38,7 +37,8 @@ int runDetect(const DetectOptions& opts) {
       decoded = DetectorCharacter::detectorWithFilePath(path, &encoding, &error).has_value();
     }
     if (!decoded) {
-      std::cerr << "harbor: " << error.message << "\n";
+      warn("detect",
+           error.message.empty() ? path + ": not text in any detected encoding" : error.message);
       code = 1;
     }
     if (opts.json) {
@@ -52,7 +52,7 @@ int runDetect(const DetectOptions& opts) {
     std::cout << path << ": " << (decoded ? encoding : "(none)") << "\n"
               << "  candidates: " << (names.empty() ? "(none)" : names) << "\n";
   }
-  if (opts.json) std::cout << list.dump(2) << "\n";
+  if (opts.json) printJson(list);
   return code;
 }
 
@@ -60,31 +60,26 @@ int runDecode(const DecodeOptions& opts) {
   const bool detect = opts.encoding.empty() || equalsIgnoreCase(opts.encoding, "Automatic");
   if (!detect &&
       StringEncodings::convertIANACharSetNameToEncoding(opts.encoding) == kInvalidTableEncoding) {
-    std::cerr << "harbor: unknown encoding " << opts.encoding
-              << " (harbor encodings lists the names)\n";
-    return 2;
+    return fail("decode",
+                "unknown encoding " + opts.encoding + " (harbor encodings lists the names)", 2);
   }
   Error error;
   std::optional<FileBytes> bytes = FileBytes::read(opts.file, &error);
   if (!bytes) {
-    std::cerr << "harbor: " << error.message << "\n";
-    return 1;
+    if (auto problem = checkPath(opts.file, PathNeed::File)) return fail("decode", *problem);
+    return fail("decode", error.message);
   }
   std::optional<std::u16string> text;
   if (detect) {
     std::string used;
     text = DetectorCharacter::detectorWithData(bytes->view(), &used);
   } else {
-    text = StringEncodings::decode(bytes->view(),
-                                   EncodingUtil::convertStringToNSStringEncoding(opts.encoding));
+    text = StringEncodings::decodeAsChosen(
+        bytes->view(), EncodingUtil::convertStringToNSStringEncoding(opts.encoding));
   }
   if (!text) {
-    if (detect) {
-      std::cerr << "harbor: " << opts.file << " is not text in any detected encoding\n";
-    } else {
-      std::cerr << "harbor: " << opts.file << " is not valid " << opts.encoding << "\n";
-    }
-    return 1;
+    return fail("decode", detect ? opts.file + " is not text in any detected encoding"
+                                 : opts.file + " is not valid " + opts.encoding);
   }
   std::cout << toUtf8(*text);
   std::cout.flush();
@@ -102,7 +97,7 @@ int runEncodings(bool json) {
       std::cout << item.name << "\t" << item.localizedName << "\n";
     }
   }
-  if (json) std::cout << list.dump(2) << "\n";
+  if (json) printJson(list);
   return 0;
 }
 

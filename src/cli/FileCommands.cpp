@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "filemanager/FilePresenter.h"
 #include "filemanager/FilePropertyCopyURLS.h"
 #include "filemanager/FilePropertyTotalFiles.h"
@@ -33,13 +34,6 @@
 namespace harbor::cli {
 namespace fs = std::filesystem;
 namespace {
-
-using ordered_json = nlohmann::ordered_json;
-
-// Names need not be valid UTF-8; JSON output replaces what is not.
-std::string dumpJson(const ordered_json& j) {
-  return j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
-}
 
 std::string absolutePath(const std::string& p) {
   std::error_code ec;
@@ -78,11 +72,11 @@ class ListingDelegate : public IFilePresenter {
 };
 
 int runLs(const LsOptions& opts) {
-  std::string dir = opts.dir.empty() ? FileUtil::documentDirectory() : absolutePath(opts.dir);
-  if (!FileUtil::isDirectoryFilePath(dir)) {
-    std::cerr << "harbor: ls: not a folder: " << dir << "\n";
-    return 1;
+  if (!opts.dir.empty()) {
+    if (auto problem = checkPath(opts.dir, PathNeed::Folder)) return fail("ls", *problem);
   }
+  std::string dir = opts.dir.empty() ? FileUtil::documentDirectory() : absolutePath(opts.dir);
+  if (!FileUtil::isDirectoryFilePath(dir)) return fail("ls", dir + ": not a folder");
   // A folder outside the document root is listed as a root of its own.
   const std::string root = FileUtil::documentDirectory();
   if (dir != root && FileUtil::getRelativePath(dir, root).empty()) {
@@ -128,7 +122,7 @@ int runLs(const LsOptions& opts) {
     }
     ordered_json listing{{"path", dir}, {"sections", std::move(out)}};
     if (presenter.isSearchTruncated()) listing["truncated"] = true;
-    std::cout << dumpJson(listing) << "\n";
+    printJson(listing);
     return 0;
   }
   std::size_t shown = 0;
@@ -154,20 +148,16 @@ struct DuOptions {
 int runDu(const DuOptions& opts) {
   std::vector<std::string> paths;
   for (const auto& p : opts.paths) {
-    if (!exists(p)) {
-      std::cerr << "harbor: du: no such file or folder: " << p << "\n";
-      return 1;
-    }
+    if (!exists(p)) return fail("du", p + ": no such file or folder");
     paths.push_back(absolutePath(p));
   }
   auto walk = paths.size() == 1 ? FilePropertyFileNumAndSize::instanceWithFileURL(paths.front())
                                 : FilePropertyFileNumAndSize::instanceWithURLs(paths);
   walk->execute();
   if (opts.json) {
-    std::cout << dumpJson(ordered_json{{"totalSize", walk->totalSize()},
-                                       {"fileNumber", walk->fileNumber()},
-                                       {"folderNumber", walk->folderNumber()}})
-              << "\n";
+    printJson(ordered_json{{"totalSize", walk->totalSize()},
+                           {"fileNumber", walk->fileNumber()},
+                           {"folderNumber", walk->folderNumber()}});
   } else {
     std::cout << walk->totalSize() << " bytes, " << walk->fileNumber() << " files, "
               << walk->folderNumber() << " folders\n";
@@ -179,6 +169,7 @@ int runDu(const DuOptions& opts) {
 
 struct CpOptions {
   std::vector<std::string> paths;  // sources, then the destination
+  bool json = false;
 };
 
 // Turns Ctrl-C into the walkers' cancel broadcast. Signals are taken by a
@@ -261,23 +252,16 @@ class ProgressBar {
 };
 
 int runCp(const CpOptions& opts) {
-  if (opts.paths.size() < 2) {
-    std::cerr << "harbor: cp: give at least one source and a destination folder\n";
-    return 2;
-  }
+  if (opts.paths.size() < 2)
+    return fail("cp", "give at least one source and a destination folder", 2);
   std::vector<std::string> sources(opts.paths.begin(), opts.paths.end() - 1);
   const std::string destination = absolutePath(opts.paths.back());
   for (auto& s : sources) {
-    if (!exists(s)) {
-      std::cerr << "harbor: cp: no such file or folder: " << s << "\n";
-      return 1;
-    }
+    if (!exists(s)) return fail("cp", s + ": no such file or folder");
     s = absolutePath(s);
   }
-  if (!FileUtil::isDirectoryFilePath(destination)) {
-    std::cerr << "harbor: cp: the destination must be an existing folder: " << destination << "\n";
-    return 1;
-  }
+  if (auto problem = checkPath(opts.paths.back(), PathNeed::Folder))
+    return fail("cp", "the destination must be an existing folder: " + *problem);
 
   InterruptWatch interrupt;
   ActionProgressCounter progress;
@@ -297,12 +281,12 @@ int runCp(const CpOptions& opts) {
     }
   }
   if (!ok) {
-    if (interrupt.interrupted()) {
-      std::cerr << "harbor: cp: cancelled; nothing was copied\n";
-    } else {
-      std::cerr << "harbor: cp: " << (error ? error->message : std::string("copy failed")) << "\n";
-    }
-    return 1;
+    if (interrupt.interrupted()) return fail("cp", "cancelled; nothing was copied");
+    return fail("cp", error ? error->message : std::string("copy failed"));
+  }
+  if (opts.json) {
+    printJson(ordered_json{{"copied", landed}});
+    return 0;
   }
   for (const auto& path : landed) std::cout << path << "\n";
   return 0;
@@ -338,6 +322,7 @@ void addFileCommands(CLI::App& app, int& exitCode) {
   cpCmd->add_option("SRC", cp->paths, "Sources, then the destination folder (SRC... DEST)")
       ->required()
       ->expected(2, -1);
+  addJsonFlag(cpCmd, cp->json, "Print {copied: [paths where the copies landed]}");
   cpCmd->callback([cp, &exitCode] { exitCode = runCp(*cp); });
 }
 

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "encoding/DetectorCharacter.h"
 #include "platform/TextStorage.h"
 #include "platform/Unicode.h"
@@ -19,16 +20,19 @@
 namespace harbor::cli {
 namespace {
 namespace fs = std::filesystem;
-using ordered_json = nlohmann::ordered_json;
 
 // The file's text as the editor reads it: through encoding detection.
-std::optional<std::u16string> readText(const std::string& path) {
+std::optional<std::u16string> readText(const std::string& command, const std::string& path) {
+  if (auto problem = checkPath(path, PathNeed::File)) {
+    fail(command, *problem);
+    return std::nullopt;
+  }
   Error error;
   auto text = DetectorCharacter::detectorWithFilePath(path, nullptr, &error);
   if (!text) {
-    std::cerr << "harbor: cannot read " << path;
-    if (!error.message.empty()) std::cerr << ": " << error.message;
-    std::cerr << "\n";
+    fail(command, path + ": " +
+                      (error.message.empty() ? std::string("not text in any encoding Harbor reads")
+                                             : error.message));
   }
   return text;
 }
@@ -110,7 +114,7 @@ void writeJson(const TextStorage& storage, std::ostream& out) {
   for (const auto& [r, c] : colouredRuns(storage)) {
     runs.push_back({{"location", r.location}, {"length", r.length}, {"color", c.hex()}});
   }
-  out << ordered_json{{"length", storage.length()}, {"runs", std::move(runs)}}.dump() << "\n";
+  out << jsonText(ordered_json{{"length", storage.length()}, {"runs", std::move(runs)}}) << "\n";
 }
 
 struct Options {
@@ -122,12 +126,25 @@ struct Options {
 };
 
 int runHighlight(const Options& o) {
-  auto text = readText(o.file);
+  auto text = readText("highlight", o.file);
   if (!text) return 1;
   TextStorage storage(std::move(*text));
+  std::error_code ec;
+  const auto bytes = fs::file_size(o.file, ec);
+  if ((!ec && bytes > kHighlightCutOff) || storage.length() >= kHighlightCutOff) {
+    // The editor shows such files plain; say so rather than look broken.
+    warn("highlight", o.file + " is larger than " + std::to_string(kHighlightCutOff / 1024) +
+                          " KiB; it is shown without colours, as the editor shows it");
+  }
   auto parser = parserFor(o.file, o.lang);
   parser->parserSmart(storage);
   std::string format = o.format;
+  if (o.json) {
+    if (!format.empty() && format != "json") {
+      return fail("highlight", "--json and --format " + format + " disagree", 2);
+    }
+    format = "json";
+  }
   if (format.empty()) format = isatty(STDOUT_FILENO) ? "ansi" : "json";
   if (format == "html") {
     writeHtml(storage, fs::path(o.file).filename().string(), std::cout);
@@ -149,9 +166,12 @@ int runWhich(const Options& o) {
                  {"configType", row ? ordered_json(row->configType) : ordered_json(nullptr)},
                  {"cacheKey", key ? ordered_json(*key) : ordered_json(nullptr)},
                  {"formatType", toUtf8(parser->formatType)},
-                 {"formatInContainsType", toUtf8(parser->formatInContainsType)}};
+                 {"formatInContainsType", toUtf8(parser->formatInContainsType)},
+                 {"rule", CodeFactory::chooseFormat(o.lang.empty() ? extensionOf(o.file) : o.lang,
+                                                    "", fs::absolute(o.file).string())
+                              .rule}};
   if (o.json) {
-    std::cout << j.dump(2) << "\n";
+    printJson(j);
   } else {
     for (auto& [k, v] : j.items()) {
       std::cout << k << ": " << (v.is_string() ? v.get<std::string>() : v.dump()) << "\n";
@@ -161,19 +181,19 @@ int runWhich(const Options& o) {
 }
 
 int runComment(const Options& o, bool uncomment) {
-  auto text = readText(o.file);
-  if (!text) return 1;
+  const std::string command = uncomment ? "uncomment" : "comment";
   std::size_t location = 0, length = 0;
   char comma = 0;
   std::istringstream rs(o.range);
   if (!(rs >> location >> comma >> length) || comma != ',' || rs.peek() != EOF) {
-    std::cerr << "harbor: --range takes LOCATION,LENGTH\n";
-    return 2;
+    return fail(command, "--range takes LOCATION,LENGTH", 2);
   }
+  auto text = readText(command, o.file);
+  if (!text) return 1;
   TextStorage storage(std::move(*text));
   if (location + length > storage.length()) {
-    std::cerr << "harbor: the range lies outside the text (" << storage.length() << " units)\n";
-    return 1;
+    return fail(command,
+                "the range lies outside the text (" + std::to_string(storage.length()) + " units)");
   }
   auto parser = parserFor(o.file, o.lang);
   parser->parserValueWithTextStorage(storage);
@@ -181,10 +201,8 @@ int runComment(const Options& o, bool uncomment) {
   auto result = uncomment ? parser->unComments(TextRange{location, length})
                           : parser->comments(TextRange{location, length});
   if (!result) {
-    std::cerr << "harbor: "
-              << (uncomment ? "the lines are not commented" : "this language has no comments")
-              << "\n";
-    return 1;
+    return fail(command,
+                uncomment ? "the lines are not commented" : "this language has no comments");
   }
   std::cout << toUtf8(*result);
   return 0;
@@ -199,6 +217,8 @@ void addHighlightCommands(CLI::App& app, int& exitCode) {
       ->type_name("EXT");
   hl->add_option("--format", o->format, "ansi (default on a terminal), html or json")
       ->check(CLI::IsMember({"ansi", "html", "json"}));
+  addJsonFlag(hl, o->json,
+              "The same as --format json: {length, runs: [{location, length, color}]}");
   hl->callback([o, &exitCode] { exitCode = runHighlight(*o); });
 
   for (bool uncomment : {false, true}) {

@@ -6,6 +6,7 @@
 
 #include "app/AppDelegate.h"
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "filemanager/FileUtil.h"
 
 namespace harbor::cli {
@@ -15,6 +16,7 @@ namespace {
 struct ImportOptions {
   std::vector<std::string> paths;
   bool inPlace = false;
+  bool json = false;
 };
 
 std::set<std::string> namesIn(const fs::path& folder) {
@@ -29,10 +31,8 @@ std::set<std::string> namesIn(const fs::path& folder) {
 int runImport(const ImportOptions& opts) {
   for (const auto& p : opts.paths) {
     std::error_code ec;
-    if (!fs::exists(fs::symlink_status(p, ec))) {
-      std::cerr << "harbor: no such file: " << p << "\n";
-      return 1;
-    }
+    if (!fs::exists(fs::symlink_status(p, ec)))
+      return fail("import", p + ": no such file or folder");
   }
   AppDelegate app;
   const fs::path root = FileUtil::documentDirectory();
@@ -46,18 +46,21 @@ int runImport(const ImportOptions& opts) {
       const std::string inbox = (root / "Inbox").string();
       FileUtil::createFolder(inbox);
       const std::string copy = FileUtil::getCreateName(inbox, FileUtil::getFileName(handed));
-      if (!FileUtil::copyItem(handed, copy, nullptr)) {
-        std::cerr << "harbor: cannot copy " << p << " into " << inbox << "\n";
-        return 1;
-      }
+      if (!FileUtil::copyItem(handed, copy, nullptr))
+        return fail("import", "cannot copy " + p + " into " + inbox);
       handed = copy;
     }
     app.openURL("file://" + handed);
   }
 
-  const std::set<std::string> after = namesIn(imported);
-  for (const auto& name : after) {
-    if (!before.count(name)) std::cout << (imported / name).string() << "\n";
+  std::vector<std::string> arrived;
+  for (const auto& name : namesIn(imported)) {
+    if (!before.count(name)) arrived.push_back((imported / name).string());
+  }
+  if (opts.json) {
+    printJson(ordered_json{{"imported", arrived}});
+  } else {
+    for (const auto& path : arrived) std::cout << path << "\n";
   }
   return 0;
 }
@@ -72,6 +75,7 @@ void addImportCommand(CLI::App& app, int& exitCode) {
   cmd->add_option("PATH", opts->paths, "Files or folders to hand over")->required();
   cmd->add_flag("--in-place", opts->inPlace,
                 "Hand over the original instead of a copy placed in Inbox");
+  addJsonFlag(cmd, opts->json, "Print {imported: [where the files arrived]}");
   cmd->callback([opts, &exitCode] { exitCode = runImport(*opts); });
 }
 

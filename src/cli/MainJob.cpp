@@ -4,16 +4,15 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "platform/Directories.h"
 #include "syntax/CodeFactory.h"
 
 namespace harbor::cli {
 namespace fs = std::filesystem;
 
-int runMainJob() {
+int runMainJob(bool json) {
   const fs::path root = Directories::documentDirectory();
-  std::cout << "Document root: " << root.string() << "\n";
-
   std::vector<std::string> entries;
   std::error_code ec;
   for (fs::directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
@@ -21,23 +20,34 @@ int runMainJob() {
     bool dir = it->is_directory(tec);
     entries.push_back(it->path().filename().string() + (dir ? "/" : ""));
   }
-  if (ec) {
-    std::cerr << "harbor: cannot list " << root.string() << ": " << ec.message() << "\n";
-    return 1;
-  }
+  if (ec) return fail("", "cannot list " + root.string() + ": " + ec.message());
   std::sort(entries.begin(), entries.end());
-  std::cout << "Entries (" << entries.size() << "):\n";
-  for (const auto& e : entries) std::cout << "  " << e << "\n";
 
   // What the editor colours: extensions and file names with a parser of their own.
-  std::cout << "Highlighted extensions:";
+  std::vector<std::string> extensions;
   for (const auto& [ext, row] : CodeFactory::builtinExtensions()) {
-    if (ext.find("core") == std::string::npos) std::cout << " " << ext;
+    if (ext.find("core") == std::string::npos) extensions.push_back(ext);
   }
+  std::vector<std::string> names;
+  for (const auto& [name, row] : CodeFactory::builtinFileNames()) names.push_back(name);
+  const std::size_t textCount = CodeFactory::allSupportTextExtensions().size();
+
+  if (json) {
+    printJson(ordered_json{{"root", root.string()},
+                           {"entries", entries},
+                           {"highlightedExtensions", extensions},
+                           {"highlightedFileNames", names},
+                           {"textExtensionCount", textCount}});
+    return 0;
+  }
+  std::cout << "Document root: " << root.string() << "\n";
+  std::cout << "Entries (" << entries.size() << "):\n";
+  for (const auto& e : entries) std::cout << "  " << e << "\n";
+  std::cout << "Highlighted extensions:";
+  for (const auto& e : extensions) std::cout << " " << e;
   std::cout << "\nHighlighted file names:";
-  for (const auto& [name, row] : CodeFactory::builtinFileNames()) std::cout << " " << name;
-  std::cout << "\nOpened as text: " << CodeFactory::allSupportTextExtensions().size()
-            << " extensions\n";
+  for (const auto& n : names) std::cout << " " << n;
+  std::cout << "\nOpened as text: " << textCount << " extensions\n";
   return 0;
 }
 

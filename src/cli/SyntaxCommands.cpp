@@ -6,13 +6,12 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "platform/Unicode.h"
 #include "syntax/StxParser.h"
 
 namespace harbor::cli {
 namespace {
-
-using ordered_json = nlohmann::ordered_json;
 
 ordered_json dumpJson(const StxParser& p) {
   ordered_json info = ordered_json::object();
@@ -101,15 +100,13 @@ void addSyntaxCommands(CLI::App& app, int& exitCode) {
   dump->add_flag("--json", opts->json, "Print the definition as JSON");
   dump->callback([opts, &exitCode] {
     const std::string& file = opts->file;
-    std::error_code ec;
-    if (!std::filesystem::is_regular_file(file, ec)) {
-      std::cerr << "harbor: cannot read " << file << "\n";
-      exitCode = 1;
+    if (auto problem = checkPath(file, PathNeed::File)) {
+      exitCode = fail("syntax dump", *problem);
       return;
     }
     StxParser parser(file);
     if (opts->json) {
-      std::cout << dumpJson(parser).dump(2) << "\n";
+      printJson(dumpJson(parser));
     } else {
       dumpText(parser, std::cout);
     }

@@ -10,18 +10,23 @@
 
 namespace harbor {
 
-// Statistical charset detection over the ICU detector. Candidates come in
-// the detector's order, best first, with no confidence threshold; a candidate
-// counts only when it really decodes the bytes. Detection looks at a sample
-// of at most kSampleSize bytes, while decoding is tried on all the data.
+// Charset detection. Candidates come best first, each once: a byte order
+// mark; UTF-8 when the bytes are valid UTF-8 holding non-ASCII; what the text
+// declares (CharsetDeclaration); uchardet's answer; then the ICU detector's
+// list, with no confidence threshold. UTF-16 without a mark is left out for
+// bytes whose NULs do not sit as UTF-16 puts them. A candidate counts only
+// when it really decodes the bytes. The ICU detector and the declaration
+// look at a sample of at most kSampleSize bytes, uchardet at up to 64 KiB,
+// while decoding is tried on all the data.
 class DetectorCharacter {
  public:
   static constexpr std::size_t kSampleSize = 8192;
 
-  // Candidate names; empty when the detector finds nothing.
+  // Candidate names; empty when nothing suggests one.
   static std::vector<std::string> detectorBytesEncoding(const char* bytes, std::size_t length);
   static std::vector<std::string> detectorDataEncoding(std::string_view data);
-  // The first kSampleSize bytes of the file; empty when it cannot be opened.
+  // The head of the file, as detectorDataEncoding; empty when it cannot be
+  // opened.
   static std::vector<std::string> detectorFileEncoding(const std::string& path,
                                                        Error* error = nullptr);
 
@@ -39,7 +44,9 @@ class DetectorCharacter {
   // otherwise it is left as it was.
   static std::optional<std::u16string> detectorWithData(std::string_view data,
                                                         std::string* outEncoding);
-  // Reads the file, then as above. `error` says why when the answer is empty.
+  // Reads the file; the encoding the user chose for it (EncodingUtil's
+  // history) comes first, then as above. `error` says why when the answer is
+  // empty.
   static std::optional<std::u16string> detectorWithFilePath(const std::string& path,
                                                             std::string* outEncoding,
                                                             Error* error = nullptr);

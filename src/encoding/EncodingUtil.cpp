@@ -251,7 +251,8 @@ std::u16string EncodingUtil::getFileContent(const std::string& path) {
   std::optional<FileBytes> bytes = FileBytes::read(path);
   if (!bytes) return {};
   if (std::int64_t stored = getCurrentFileEncoding(path); stored != -1) {
-    if (auto text = StringEncodings::decode(bytes->view(), static_cast<StringEncoding>(stored))) {
+    if (auto text =
+            StringEncodings::decodeAsChosen(bytes->view(), static_cast<StringEncoding>(stored))) {
       return *text;
     }
   }

@@ -124,7 +124,7 @@ constexpr Entry kEntries[] = {
     {0x0A06, "Big5-HKSCS", "ibm-1375_P100-2008", "Traditional Chinese (Big 5 HKSCS)", false},
     {0x0931, "EUC-TW x-euc-tw", "euc-tw-2014", "Traditional Chinese (EUC)", false},
     {0x0940, "EUC-KR csEUCKR", "ibm-970_P110_P110-2006_U2", "Korean (EUC)", false},
-    {0x0422, "cp949 windows-949 ks_c_5601-1987 KS_C_5601-1989 KSC_5601", "windows-949-2000",
+    {0x0422, "cp949 windows-949 ks_c_5601-1987 KS_C_5601-1989 KSC_5601 UHC", "windows-949-2000",
      "Korean (Windows, DOS)", false},
     {0x0840, "ISO-2022-KR csISO2022KR", "ISO_2022,locale=ko,version=0", "Korean (ISO 2022-KR)",
      false},
@@ -134,8 +134,10 @@ constexpr Entry kEntries[] = {
     {0x0000, "macintosh mac csMacintosh x-mac-roman", "macos-0_2-10.2", "Western (Mac OS Roman)",
      false},
     {0x0006, "x-mac-greek", "macos-6_2-10.4", "Greek (Mac OS)", false},
-    {0x0007, "x-mac-cyrillic", "macos-7_3-10.2", "Cyrillic (Mac OS)", false},
-    {0x001D, "x-mac-centraleurroman x-mac-ce", "macos-29-10.2", "Central European (Mac OS)", false},
+    {0x0007, "x-mac-cyrillic mac-cyrillic maccyrillic", "macos-7_3-10.2", "Cyrillic (Mac OS)",
+     false},
+    {0x001D, "x-mac-centraleurroman x-mac-ce mac-centraleurope", "macos-29-10.2",
+     "Central European (Mac OS)", false},
     {0x0023, "x-mac-turkish", "macos-35-10.2", "Turkish (Mac OS)", false},
 };
 
@@ -200,14 +202,21 @@ struct ConverterCloser {
 };
 using Converter = std::unique_ptr<UConverter, ConverterCloser>;
 
-// NUL and the C1 controls never stand in text; bytes that decode to them are
-// binary, or text in another encoding.
-bool holdsControls(const char16_t* p, const char16_t* end) {
+// NUL never stands in text; a C1 control not in text of a legacy table.
+// Bytes that decode to them are binary, or text in another encoding.
+bool holdsControls(const char16_t* p, const char16_t* end, bool c1) {
   for (; p < end; ++p) {
-    if (*p == 0 || (*p >= 0x80 && *p <= 0x9F)) return true;
+    if (*p == 0 || (c1 && *p >= 0x80 && *p <= 0x9F)) return true;
   }
   return false;
 }
+
+// The Unicode forms share the low half of their table numbers.
+bool unicodeRow(const Entry& e) {
+  return (e.table & 0xFFFFu) == 0x0100u;
+}
+
+std::optional<std::u16string> decodeEntry(std::string_view bytes, const Entry* e, bool c1);
 
 }  // namespace
 
@@ -269,9 +278,25 @@ std::string StringEncodings::localizedNameOfStringEncoding(StringEncoding encodi
   return e ? localizedString(e->display) : std::string();
 }
 
+bool StringEncodings::isUnicode(StringEncoding encoding) {
+  const Entry* e = entryForStringEncoding(encoding);
+  return e && unicodeRow(*e);
+}
+
 std::optional<std::u16string> StringEncodings::decode(std::string_view bytes,
                                                       StringEncoding encoding) {
   const Entry* e = entryForStringEncoding(encoding);
+  return decodeEntry(bytes, e, e && !unicodeRow(*e));
+}
+
+std::optional<std::u16string> StringEncodings::decodeAsChosen(std::string_view bytes,
+                                                              StringEncoding encoding) {
+  return decodeEntry(bytes, entryForStringEncoding(encoding), false);
+}
+
+namespace {
+
+std::optional<std::u16string> decodeEntry(std::string_view bytes, const Entry* e, bool c1) {
   if (!e || !e->icu) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
   Converter cnv(ucnv_open(e->icu, &status));
@@ -300,7 +325,7 @@ std::optional<std::u16string> StringEncodings::decode(std::string_view bytes,
       ucnv_toUnicode(cnv.get(), &target, out.data() + start + room, &src, sliceEnd, nullptr, flush,
                      &status);
       out.resize(static_cast<std::size_t>(target - out.data()));
-      if (holdsControls(out.data() + start, out.data() + out.size())) return std::nullopt;
+      if (holdsControls(out.data() + start, out.data() + out.size(), c1)) return std::nullopt;
       if (status == U_BUFFER_OVERFLOW_ERROR) continue;
       if (U_FAILURE(status)) return std::nullopt;
       break;
@@ -310,6 +335,8 @@ std::optional<std::u16string> StringEncodings::decode(std::string_view bytes,
   if (e->ownMark && !out.empty() && out.front() == u'\uFEFF') out.erase(0, 1);
   return out;
 }
+
+}  // namespace
 
 std::optional<std::u16string> StringEncodings::decodeCString(const char* bytes,
                                                              StringEncoding encoding) {

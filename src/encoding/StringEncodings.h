@@ -23,8 +23,10 @@ inline constexpr StringEncoding kInvalidStringEncoding = ~StringEncoding{0};
 // converters in one place, with the same name and number mapping everywhere.
 // Decoding is strict: a byte sequence the converter cannot map, a truncated
 // sequence or an unpaired surrogate makes the whole decoding fail, and so does
-// text that would hold U+0000 or a C1 control, which no text file carries in
-// its real encoding. No replacement character is ever inserted.
+// text that would hold U+0000. A C1 control also fails a legacy (non-Unicode)
+// table, since text in its real table never carries one; in the Unicode forms
+// U+0085 and its neighbours are text like any other. No replacement character
+// is ever inserted.
 class StringEncodings {
  public:
   StringEncodings() = delete;
@@ -50,6 +52,12 @@ class StringEncodings {
   // The whole text or nothing. A leading byte order mark of the encoding's own
   // form is dropped.
   static std::optional<std::u16string> decode(std::string_view bytes, StringEncoding encoding);
+  // As decode, for an encoding the user named: a C1 control is text here too,
+  // since the user, not a guess, decided the table.
+  static std::optional<std::u16string> decodeAsChosen(std::string_view bytes,
+                                                      StringEncoding encoding);
+  // UTF-8, UTF-16, UTF-32 or UTF-7 in any byte order.
+  static bool isUnicode(StringEncoding encoding);
   // The bytes up to the first NUL.
   static std::optional<std::u16string> decodeCString(const char* bytes, StringEncoding encoding);
 };

@@ -4,7 +4,7 @@
 
 #include "filemanager/FileUtil.h"
 #include "platform/Unicode.h"
-#include "syntax/CodeFactory.h"
+#include "prefs/TextExtensions.h"
 
 namespace harbor {
 namespace {
@@ -248,10 +248,7 @@ bool USupportFile::isSystemEdit(std::string_view path) {
 }
 
 bool USupportFile::isSystemEditExtension(std::string_view extension) {
-  if (extension.empty()) return false;
-  const auto& text = CodeFactory::allSupportTextExtensions();
-  if (text.count(std::string(extension)) != 0) return true;
-  return CodeFactory::customExtensions().count(std::string(extension)) != 0;
+  return TextExtensions::contains(extension);
 }
 
 // ---- Extension forms -------------------------------------------------------

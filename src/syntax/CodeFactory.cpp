@@ -4,9 +4,11 @@
 #include <mutex>
 #include <system_error>
 
+#include "platform/Unicode.h"
 #include "prefs/EditorUserDefaults.h"
 #include "prefs/EditorUtils.h"
-#include "platform/Unicode.h"
+#include "prefs/TextExtensions.h"
+#include "syntax/FileContentFormat.h"
 
 namespace harbor {
 namespace {
@@ -141,24 +143,7 @@ std::vector<std::string> CodeFactory::createTextFileFormat() {
 }
 
 std::map<std::string, std::string> CodeFactory::textExtension() {
-  std::map<std::string, std::string> t;
-  for (const char* ext :
-       {"cnf",    "command", "tcl",       "hs",         "pas",   "gradle",      "scala",
-        "groovy", "conf",    "stx",       "cfg",        "yml",   "yaml",        "url",
-        "inc",    "v",       "s",         "hxx",        "hpp",   "pm",          "ashx",
-        "asmx",   "asax",    "pl",        "xib",        "rhtml", "rb",          "asm",
-        "ini",    "lua",     "log",       "am",         "m4",    "in",          "sh",
-        "tiff",   "pch",     "lrc",       "resx",       "xsl",   "xslt",        "sln",
-        "csproj", "build",   "classpath", "project",    "jsp",   "java",        "py",
-        "config", "sql",     "rtf",       "properties", "sdef",  "scriptsuite", "scriptterminology",
-        "plist",  "strings", "erb",       "erl",        "cpp",   "md",          "markdown",
-        "mm",     "m",       "hx",        "h",          "cxx",   "cc",          "c",
-        "php",    "json",    "js",        "xml",        "vb",    "cs",          "ascx",
-        "aspx",   "asp",     "scss",      "css",        "xhtml", "mht",         "htc",
-        "shtm",   "shtml",   "htm",       "html",       "txt"}) {
-    t[ext] = "";
-  }
-  return t;
+  return TextExtensions::builtin();
 }
 
 const std::map<std::string, std::string>& CodeFactory::allSupportTextExtensions() {
@@ -195,6 +180,7 @@ void CodeFactory::loadCustomExtensionsSyntax() {
   }
   std::lock_guard lock(registry().customMutex);
   registry().customExtensions = std::move(table);
+  TextExtensions::reloadCustom();
 }
 
 void CodeFactory::loadCustomOnlyForFileSyntax() {
@@ -341,29 +327,65 @@ std::shared_ptr<CodeFormatParser> CodeFactory::codeFormatParserWithExtension(
   return codeFormatParserWithExtension(extension, "", "Untitle." + extension);
 }
 
-std::shared_ptr<CodeFormatParser> CodeFactory::codeFormatParserWithExtension(
-    const std::string& extension, const std::string& inExtenstion, const std::string& filePath) {
+CodeFactory::FormatChoice CodeFactory::chooseFormat(const std::string& extension,
+                                                    const std::string& inExtenstion,
+                                                    const std::string& filePath) {
   ensureBuilt();
+  FormatChoice choice;
   std::error_code ec;
   const auto size = std::filesystem::file_size(filePath, ec);
-  const bool tooBig = !ec && size > kMaxHighlightBytes;
-  std::string containsType;
-  if (!tooBig) {
-    const std::string ext = lower(extension);
-    std::string contained = lower(inExtenstion);
-    if (contained.empty()) contained = "html";
-    std::string lookup = ext;
-    // "page.html.erb": the page's own language, with Ruby inside.
-    if (ext == "erb") {
-      lookup = contained;
-      containsType = "rb";
+  if (!ec && size > kHighlightCutOff) {
+    choice.rule = "too-large";
+    return choice;
+  }
+  const std::string ext = lower(extension);
+  std::string contained = lower(inExtenstion);
+  if (contained.empty()) contained = "html";
+  choice.type = ext;
+  // "page.html.erb": the page's own language, with Ruby inside.
+  if (ext == "erb") {
+    choice.type = contained;
+    choice.containsType = "rb";
+  }
+  const std::string name = lower(std::filesystem::path(filePath).filename().string());
+  if ((choice.row = getConfigItem(choice.type, name))) {
+    switch (choice.row->configType) {
+      case CodeConfigItem::UserFileName:
+        choice.rule = "custom-file-name";
+        break;
+      case CodeConfigItem::BuiltinFileName:
+        choice.rule = "file-name";
+        break;
+      case CodeConfigItem::UserExtension:
+        choice.rule = "custom-extension";
+        break;
+      default:
+        choice.rule = "extension";
     }
-    const std::string name = lower(std::filesystem::path(filePath).filename().string());
-    if (auto row = getConfigItem(lookup, name)) {
-      return getFormatParser(lookup, row->cls, containsType, filePath, row);
+    return choice;
+  }
+  // Nothing by name: a script may say what it is in its first lines.
+  if (auto hint = FileContentFormat::fromFile(filePath)) {
+    const std::string key = hint->fileName ? std::string() : hint->key;
+    if ((choice.row = getConfigItem(key, hint->fileName ? hint->key : std::string()))) {
+      choice.type = key;
+      choice.rule = hint->rule;
+      return choice;
     }
   }
-  return getFormatParser("txt", "OtherTextFileFormatParser", containsType, filePath, std::nullopt);
+  choice.type = "txt";
+  choice.rule = "none";
+  return choice;
+}
+
+std::shared_ptr<CodeFormatParser> CodeFactory::codeFormatParserWithExtension(
+    const std::string& extension, const std::string& inExtenstion, const std::string& filePath) {
+  const FormatChoice choice = chooseFormat(extension, inExtenstion, filePath);
+  if (choice.row) {
+    return getFormatParser(choice.type, choice.row->cls, choice.containsType, filePath, choice.row);
+  }
+  return getFormatParser("txt", "OtherTextFileFormatParser", choice.containsType, filePath,
+                         std::nullopt);
 }
 
 }  // namespace harbor

@@ -22,9 +22,6 @@ class CodeFactory {
   using ConfigTable = std::map<std::string, CodeConfigItem>;
   using ParserMaker = std::function<std::shared_ptr<CodeFormatParser>()>;
 
-  // Files larger than this get no highlighting.
-  static constexpr std::uint64_t kMaxHighlightBytes = 524288;
-
   static CodeFactory& singleInstance();
 
   // Builds the tables (once), then loads the user's assignments.
@@ -43,6 +40,20 @@ class CodeFactory {
   // The extension is a key of the text, custom or built-in tables, as given.
   static bool isSupportTextFormat(std::string_view extension);
   static bool isSupportTextFormat(std::string_view extension, std::string_view filePath);
+
+  // What decides a file's format, and by which rule: "custom-file-name",
+  // "file-name", "custom-extension", "extension"; for a file the registry
+  // knows nothing by name, "interpreter", "emacs-mode" or "vim-modeline"
+  // when its first lines name the language; else "too-large" or "none",
+  // both plain text.
+  struct FormatChoice {
+    std::optional<CodeConfigItem> row;
+    std::string type;          // the parser's formatType
+    std::string containsType;  // "rb" inside an .erb page
+    std::string rule;
+  };
+  static FormatChoice chooseFormat(const std::string& extension, const std::string& inExtenstion,
+                                   const std::string& filePath);
 
   static std::shared_ptr<CodeFormatParser> codeFormatParser(const std::string& filePath);
   static std::shared_ptr<CodeFormatParser> codeFormatParserWithExtension(
@@ -71,6 +82,11 @@ class CodeFactory {
       const std::string& cls, const std::optional<CodeConfigItem>& item);
   static std::shared_ptr<CodeFormatParser> makeParser(const std::string& cls);
   static void registerParserClass(const std::string& cls, ParserMaker maker);
+  // Registers class T under its name.
+  template <class T>
+  static void registerParser(const char* cls) {
+    registerParserClass(cls, [] { return std::make_shared<T>(); });
+  }
 };
 
 // Parser classes register here; each family of parsers has its own function.

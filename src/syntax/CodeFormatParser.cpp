@@ -270,24 +270,23 @@ bool CodeFormatParser::isEndSymbol() {
   return true;
 }
 
-bool CodeFormatParser::scanOtherStartPattern() {
-  return formatInContainsType == u"rb" && scanRubyPattern();
+namespace {
+std::map<std::u16string, CodeFormatParser::EmbeddedScanner>& embeddedScanners() {
+  static std::map<std::u16string, CodeFormatParser::EmbeddedScanner> scanners;
+  return scanners;
+}
+}  // namespace
+
+void CodeFormatParser::registerEmbeddedScanner(const std::u16string& language,
+                                               EmbeddedScanner scanner) {
+  embeddedScanners()[language] = scanner;
 }
 
-bool CodeFormatParser::scanRubyPattern() {
-  const char16_t c = currentCharStatic();
-  if (c == u'<') return scanServerTag("rb", u"<%", u"%>");
-  if (c == u'%') {
-    const char16_t before = previousOneChar();
-    if (before == 0 || before == u'\n') {
-      TextRange r = scanLineComment(u"%");
-      if (r.length >= 2 && textStorage) {
-        loadOtherExtensionParser("rb", TextRange{r.location + 1, r.length - 1}, *textStorage);
-      }
-      return r.length > 0;
-    }
-  }
-  return false;
+bool CodeFormatParser::scanOtherStartPattern() {
+  if (formatInContainsType.empty()) return false;
+  const auto& scanners = embeddedScanners();
+  const auto it = scanners.find(formatInContainsType);
+  return it != scanners.end() && it->second(*this);
 }
 
 // ---- words -------------------------------------------------------------------------
@@ -639,7 +638,7 @@ void CodeFormatParser::parserSmart(TextStorage& storage) {
     if (!defaultFont) defaultFont = editorDefaultFont();
     storage.addFont(*defaultFont, TextRange{0, storage.length()});
   }
-  if (storage.length() >= 524288) {
+  if (storage.length() >= kHighlightCutOff) {
     // Large texts get no scan and no colours.
     removeAllTokenAttributes();
     isHadParser = true;

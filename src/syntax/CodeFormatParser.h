@@ -18,6 +18,10 @@
 
 namespace harbor {
 
+// Texts of this many UTF-16 units or more, and files of more bytes, get no
+// colours: the editor stays responsive on logs and data dumps.
+inline constexpr std::size_t kHighlightCutOff = 524288;
+
 // Ranges and the attributes to write over them. Two writes of one range
 // collapse into one: the last wins.
 class RangeAttributes {
@@ -57,8 +61,9 @@ class RangeAttributes {
   bool finalized_ = true;
 };
 
-// What a suggestion request knows about the caret: the field type (2 tag
-// name, 4 attribute name, 32 attribute value) and the names around it.
+// What a suggestion request knows about the caret: the field type (a
+// `CodeKeywordItem::KeywordType`: tag name, attribute name or attribute
+// value) and the names around it.
 struct SuggestField {
   long fieldType = 0;
   std::u16string eleName;
@@ -105,6 +110,8 @@ class CodeFormatParser {
   virtual bool isSupportPreview() const { return false; }
   virtual void parserStart() {}
   virtual void parserDetail();
+  // By default: the opener of the language embedded through a template
+  // (`formatInContainsType`), if that language registered a scanner.
   virtual bool scanOtherStartPattern();
   virtual bool scanOtherPattern() { return false; }
   // The word scanned, whether or not it is a keyword. A view into `text`:
@@ -247,7 +254,6 @@ class CodeFormatParser {
   bool isScanLineComment();
   bool scanQuote();
   bool isEndSymbol();
-  bool scanRubyPattern();
   std::optional<std::u16string_view> scanCommonKeyword();
   TextRange scanKeywords(std::u16string_view literal);
   TextRange scanQuoteWithChar(char16_t quote, bool continueQuote);
@@ -267,6 +273,12 @@ class CodeFormatParser {
                      std::u16string_view end);
   std::shared_ptr<CodeFormatParser> loadOtherExtensionParser(const std::string& language,
                                                              TextRange range, TextStorage& storage);
+
+  // A language that can sit inside another file's template (an erb page's
+  // Ruby) scans its own openers on the host's cursor. Languages register
+  // while the format registry is built, before any parser runs.
+  using EmbeddedScanner = bool (*)(CodeFormatParser& host);
+  static void registerEmbeddedScanner(const std::u16string& language, EmbeddedScanner scanner);
 
   // ---- offset queries ----------------------------------------------------
   static bool isRangeInItems(std::size_t offset, const std::vector<CodeRangeItem>& items);

@@ -138,7 +138,7 @@ open('bad.zip', 'wb').write(data)
 )"));
   auto damaged = unzip(dir / "bad.zip", dir / "d");
   ASSERT_TRUE(damaged);
-  EXPECT_EQ(damaged->message, "failed to write big.bin");
+  EXPECT_EQ(damaged->message, "failed to write big.bin: CRC mismatch");
   EXPECT_TRUE(treeOf(dir / "d").empty());
 }
 

@@ -30,6 +30,26 @@ TEST_F(Cli, HelpVersionAndUsageErrors) {
   EXPECT_EQ(harbor({"syntax", "dump", "/no/such/file.stx"}).code, 1);
 }
 
+TEST_F(Cli, SyntaxWhichNamesTheRule) {
+  test::ScratchDir dir;
+  test::writeFile(dir / "backup", "#!/usr/bin/env bash\nset -e\n");
+  test::writeFile(dir / "notes", "plain words\n");
+  Result r = harbor({"syntax", "which", "--json", (dir / "backup").string()});
+  ASSERT_EQ(r.code, 0) << r.err;
+  auto j = nlohmann::json::parse(r.out);
+  EXPECT_EQ(j["class"], "ShellFormatParser");
+  EXPECT_EQ(j["stxFilePath"], "shell.stx");
+  EXPECT_EQ(j["rule"], "interpreter");
+
+  j = nlohmann::json::parse(harbor({"syntax", "which", "--json", (dir / "notes").string()}).out);
+  EXPECT_EQ(j["class"], "OtherTextFileFormatParser");
+  EXPECT_EQ(j["rule"], "none");
+  j = nlohmann::json::parse(harbor({"syntax", "which", "--json", "page.html"}).out);
+  EXPECT_EQ(j["rule"], "extension");
+  r = harbor({"syntax", "which", "Makefile"});
+  EXPECT_NE(r.out.find("rule: file-name"), std::string::npos) << r.out;
+}
+
 TEST_F(Cli, MainJobListsTheRoot) {
   test::ScratchDir dir;
   test::writeFile(dir / "hello.txt", "hi");

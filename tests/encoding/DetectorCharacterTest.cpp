@@ -46,16 +46,15 @@ TEST(DetectorCharacter, LegacyFilesDecodeToTheirOriginalText) {
 }
 
 TEST(DetectorCharacter, OnlyTheSampleIsDetectedButAllIsDecoded) {
-  // An ASCII head fills the sample; Shift_JIS follows. Candidates that fit
-  // the head but not the rest are passed over (the odd length rules out
-  // UTF-16), and the whole text comes back.
+  // An ASCII head fills the ICU detector's sample; Shift_JIS follows, within
+  // uchardet's reach. Candidates that fit the head but not the rest are
+  // passed over (the odd length rules out UTF-16), and the whole text comes
+  // back.
   std::string data(DetectorCharacter::kSampleSize, 'a');
   data += fixture("japanese.sjis.txt");
   if (data.size() % 2 == 0) data += '.';
   auto candidates = DetectorCharacter::detectorDataEncoding(data);
-  EXPECT_EQ(candidates, DetectorCharacter::detectorBytesEncoding(data.data(), 8192));
   ASSERT_NE(std::find(candidates.begin(), candidates.end(), "Shift_JIS"), candidates.end());
-  EXPECT_NE(candidates.front(), "Shift_JIS");
 
   std::string used;
   auto text = DetectorCharacter::detectorWithData(data, &used);

@@ -7,8 +7,8 @@
 #include <filesystem>
 
 #include "EncodingTestHelpers.h"
-#include "prefs/PreferenceKeys.h"
 #include "platform/UserDefaults.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace harbor {
 namespace {

@@ -83,10 +83,16 @@ TEST(StringEncodings, DecodingFailsInsteadOfReplacing) {
   EXPECT_FALSE(SE::decode("\x82", numberOf("Shift_JIS")));
   EXPECT_FALSE(SE::decode("\x1B$B\x4A", numberOf("ISO-2022-JP")));
 
-  // NUL and C1 controls mean binary, or the wrong single-byte table.
+  // NUL means binary; a C1 control the wrong legacy table, but in Unicode
+  // forms it is text.
   EXPECT_FALSE(SE::decode(std::string("a\0b", 3), 4));
   EXPECT_FALSE(SE::decode(std::string("a\0\0\0", 4), numberOf("UTF-16LE")));
   EXPECT_FALSE(SE::decode("\x81", 5));
+  EXPECT_FALSE(SE::decode("\x80", numberOf("Shift_JIS")));
+  EXPECT_EQ(SE::decode("\xC2\x85", 4), u"\u0085");
+  EXPECT_EQ(SE::decode(std::string("\0\x96", 2), numberOf("UTF-16BE")), u"\u0096");
+  EXPECT_TRUE(SE::isUnicode(numberOf("UTF-32LE")));
+  EXPECT_FALSE(SE::isUnicode(numberOf("KOI8-U")));
   // Latin-1 reads as its superset windows-1252, as files so named really are.
   EXPECT_EQ(utf8(SE::decode("\x93"
                             "caf\xE9\x94",

@@ -2,12 +2,13 @@
 
 #include <ctime>
 
+#include "platform/UserDefaults.h"
 #include "prefs/AppUserDefaultUtils.h"
 #include "prefs/EditorUserDefaults.h"
 #include "prefs/EditorUtils.h"
 #include "prefs/PreferenceKeys.h"
 #include "prefs/SystemUtils.h"
-#include "platform/UserDefaults.h"
+#include "prefs/TextExtensions.h"
 #include "support/TestSupport.h"
 
 namespace harbor {
@@ -133,6 +134,22 @@ TEST_F(Preferences, OrientationLock) {
   AppUserDefaultUtils::saveLockSetting(true, 4);
   EXPECT_TRUE(AppUserDefaultUtils::getLockOrientation());
   EXPECT_EQ(AppUserDefaultUtils::getLockOrientationInterface(), 4);
+}
+
+TEST_F(Preferences, AssignedExtensionsOpenAsTextOnceReloaded) {
+  TextExtensions::reloadCustom();  // another test may have read another store
+  EXPECT_TRUE(TextExtensions::contains("lua"));
+  EXPECT_FALSE(TextExtensions::contains("LUA")) << "callers lower-case";
+  EXPECT_FALSE(TextExtensions::contains(""));
+  EXPECT_FALSE(TextExtensions::contains("zork"));
+  Error error;
+  ASSERT_TRUE(EditorUserDefaults::saveEditorSyntaxSettings("zork", "z.stx", &error));
+  TextExtensions::reloadCustom();
+  EXPECT_TRUE(TextExtensions::contains("zork"));
+  ASSERT_TRUE(EditorUserDefaults::removeEditorSyntaxWithFileName("z.stx"));
+  EXPECT_TRUE(TextExtensions::contains("zork")) << "kept until the table is read again";
+  TextExtensions::reloadCustom();
+  EXPECT_FALSE(TextExtensions::contains("zork"));
 }
 
 }  // namespace

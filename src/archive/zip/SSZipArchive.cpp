@@ -55,6 +55,7 @@ class Unzipper {
   }
 
   std::optional<Error> run(const std::string& path) {
+    path_ = path;
     zip_ = unzOpen64(path.c_str());
     unz_global_info64 global;
     if (!zip_ || unzGetGlobalInfo64(zip_, &global) != UNZ_OK)
@@ -106,15 +107,19 @@ class Unzipper {
     std::error_code ec;
     if (!overwrite_ && fs::exists(fs::symlink_status(*target, ec))) return std::nullopt;
 
-    ZipEntryReader reader(zip_, ci.info);
+    ZipEntryReader reader(zip_, ci.info, path_);
     switch (reader.open(password_)) {
       case ZipEntryReader::Open::ok:
         break;
       case ZipEntryReader::Open::wrongPassword:
         return fail((password_.empty() ? "a password is needed for " : "wrong password for ") +
                     name);
+      case ZipEntryReader::Open::unsupported:
+        refuse(name, reader.failure());
+        return std::nullopt;
       case ZipEntryReader::Open::failed:
-        return fail("failed to open " + name + " in zip file");
+        return fail("failed to open " + name + " in zip file" +
+                    (reader.failure().empty() ? "" : ": " + reader.failure()));
     }
     const unsigned mode = fileMode(ci.info);
     if ((mode & S_IFMT) == S_IFLNK) return makeLink(reader, name, *target);
@@ -138,7 +143,10 @@ class Unzipper {
       return reader.finish() && written == ci.info.uncompressed_size;
     });
     if (cancelled) return errorCancelOpertion();
-    if (result != extraction::WriteResult::written) return fail("failed to write " + name);
+    if (result != extraction::WriteResult::written) {
+      return fail("failed to write " + name +
+                  (reader.failure().empty() ? "" : ": " + reader.failure()));
+    }
     setAttributes(*target, mode, date);
     return std::nullopt;
   }
@@ -159,6 +167,7 @@ class Unzipper {
   }
 
   std::string destination_;
+  std::string path_;
   bool overwrite_;
   const std::string& password_;
   IActionProgress* delegate_;

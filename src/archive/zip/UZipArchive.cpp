@@ -1,5 +1,7 @@
 #include "archive/zip/UZipArchive.h"
 
+#include <algorithm>
+
 #include <minizip/unzip.h>
 #include <sys/stat.h>
 #include <zlib.h>
@@ -78,11 +80,16 @@ void UZipArchive::detectorEncoding() {
   const std::string gathered = encodingData_;
   convertDetectorEncoding();
   // Unflagged zip names are CP437 by definition: used when the names are not
-  // UTF-8 and detection finds nothing better than a Western guess, which is
-  // nearly always that code page misread.
+  // UTF-8 and detection finds nothing better than a guess among the Latin
+  // tables, which is nearly always that code page misread.
   const std::string guess = toLower(encodingName_);
+  static const char* const kLatin[] = {
+      "utf-8",        "iso-8859-1",   "iso-8859-2",   "iso-8859-3",
+      "iso-8859-4",   "iso-8859-9",   "iso-8859-13",  "iso-8859-15",
+      "windows-1250", "windows-1252", "windows-1254", "windows-1257",
+      "macintosh",    "ibm850",       "ibm852",       "x-mac-centraleurroman"};
   if (!gathered.empty() && !StringEncodings::decode(gathered, kUTF8StringEncoding) &&
-      (guess == "utf-8" || guess == "iso-8859-1" || guess == "windows-1252")) {
+      std::find(std::begin(kLatin), std::end(kLatin), guess) != std::end(kLatin)) {
     encodingName_ = "IBM437";
     encoding_ = EncodingUtil::convertStringToNSStringEncoding(encodingName_);
   }
@@ -93,6 +100,10 @@ std::string UZipArchive::entryName(const CurrentInfo& ci) const {
   return normalised((ci.info.flag & 0x800)
                         ? std::string(ci.rawName.data(), ci.info.size_filename)
                         : charToString(ci.rawName.data(), ci.info.size_filename));
+}
+
+Error UZipArchive::damaged(const std::string& entry, const std::string& why, int code) {
+  return {kArchiveErrorDomain, code, entry + ": " + (why.empty() ? "damaged data" : why)};
 }
 
 Error UZipArchive::passwordError(const CurrentInfo& ci) const {
@@ -116,8 +127,11 @@ bool UZipArchive::listFiles() {
     }
     // Entries are opened as they are listed, so an encrypted one without the
     // right password ends the list there.
-    ZipEntryReader probe(z, ci.info);
-    if (const auto opened = probe.open(password_); opened != ZipEntryReader::Open::ok) {
+    ZipEntryReader probe(z, ci.info, filePath_);
+    // An entry in a method not decoded here still lists; only its
+    // extraction fails, naming the method.
+    if (const auto opened = probe.open(password_);
+        opened != ZipEntryReader::Open::ok && opened != ZipEntryReader::Open::unsupported) {
       passwordFailure_ = opened == ZipEntryReader::Open::wrongPassword;
       setError(passwordFailure_ ? passwordError(ci) : errorArchive());
       break;
@@ -174,14 +188,18 @@ bool UZipArchive::unArchiveFile(const std::string& destination, const std::strin
     FileUtil::createFolder(*target);
     return true;
   }
-  auto reader = std::make_unique<ZipEntryReader>(z, ci.info);
+  auto reader = std::make_unique<ZipEntryReader>(z, ci.info, filePath_);
   const auto opened = reader->open(password_);
+  if (opened == ZipEntryReader::Open::unsupported) {
+    refuse(entryPath, reader->failure());  // the rest still extracts
+    return true;
+  }
   if (opened != ZipEntryReader::Open::ok) {
     if (opened == ZipEntryReader::Open::wrongPassword) {
       passwordFailure_ = true;
       setError(passwordError(ci));
     } else {
-      setError(errorArchive());
+      setError(damaged(entryPath, reader->failure(), kArchiveErrorArchive));
     }
     return false;
   }
@@ -222,7 +240,13 @@ bool UZipArchive::unArchiveFile(const std::string& destination, const std::strin
     return true;
   });
   if (!ok) {
-    if (readFailed) setError(errorFailedToCreateFile(FileUtil::getFileName(*target)));
+    if (readFailed) {
+      const std::string why = reader->failure().empty() ? "damaged data" : reader->failure();
+      // The file could not be made whole: the code of a failed file, the cause in words.
+      setError(damaged(entryPath, why, kArchiveErrorCreateFile));
+      // AES authentication cannot tell a wrong password from damage.
+      if (why.rfind("the authentication code", 0) == 0) passwordFailure_ = true;
+    }
     return false;
   }
   applyAttributes(*target, mode, date);

@@ -36,6 +36,7 @@ class UZipArchive : public ArchiveBase {
   // The entry's name as text with "/" separators.
   std::string entryName(const zipentry::CurrentInfo& ci) const;
   // Error 4 naming the entry and whether the password was missing or wrong.
+  static Error damaged(const std::string& entry, const std::string& why, int code);
   Error passwordError(const zipentry::CurrentInfo& ci) const;
 
   void* zip_ = nullptr;  // unzFile

@@ -40,12 +40,90 @@ std::string normalised(std::string name) {
 
 }  // namespace zipentry
 
+namespace {
+
+// The traditional cipher over stored bytes read straight from the file.
+class ZipCryptoLayer : public zipdata::ByteSource {
+ public:
+  ZipCryptoLayer(std::unique_ptr<zipdata::ByteSource> in, const std::string& password)
+      : in_(std::move(in)), crypto_(password) {}
+  bool checkHeader(unsigned char check) {
+    unsigned char header[ZipCrypto::kHeaderSize];
+    if (in_->read(header, sizeof header) != static_cast<long>(sizeof header)) return false;
+    return crypto_.checkHeader(header, check);
+  }
+  long read(unsigned char* out, std::size_t cap) override {
+    const long n = in_->read(out, cap);
+    if (n > 0) crypto_.decrypt(out, static_cast<std::size_t>(n));
+    return n;
+  }
+
+ private:
+  std::unique_ptr<zipdata::ByteSource> in_;
+  ZipCrypto crypto_;
+};
+
+}  // namespace
+
 ZipEntryReader::~ZipEntryReader() {
+  decoder_.reset();
+  if (file_) std::fclose(file_);
   if (opened_) unzCloseCurrentFile(z_);
   if (inflating_) inflateEnd(&stream_);
 }
 
+ZipEntryReader::Open ZipEntryReader::openDirect(const std::string& password) {
+  direct_ = true;
+  if (archivePath_.empty() || !(file_ = std::fopen(archivePath_.c_str(), "rb"))) {
+    failure_ = "cannot read the archive file";
+    return Open::failed;
+  }
+  const auto raw = zipdata::locate(file_, unzGetOffset64(z_));
+  if (!raw) {
+    failure_ = "the entry's headers are damaged";
+    return Open::failed;
+  }
+  method_ = raw->aes ? raw->actualMethod : raw->method;
+  if (raw->method == 99 && !raw->aes) {
+    failure_ = "AES entry without its AES field";
+    return Open::failed;
+  }
+  if (!zipdata::isSupportedMethod(method_)) {
+    failure_ = "compression method " + zipdata::methodName(method_) + " is not supported";
+    return Open::unsupported;
+  }
+  auto range = std::make_unique<zipdata::FileRange>(file_, raw->dataOffset, raw->compressedSize);
+  std::unique_ptr<zipdata::ByteSource> stored;
+  if (raw->aes) {
+    if (password.empty()) return Open::wrongPassword;
+    auto [opened, layer] = zipdata::AesLayer::open(std::move(range), raw->aesStrength, password);
+    if (opened == zipdata::AesLayer::Open::wrongPassword) return Open::wrongPassword;
+    if (opened != zipdata::AesLayer::Open::ok) {
+      failure_ = "the AES header is damaged";
+      return Open::failed;
+    }
+    aes_ = layer.get();
+    stored = std::move(layer);
+    // Version 2 stores no CRC: the authentication code alone vouches for the data.
+    checkCrc_ = raw->aesVersion != 2;
+  } else if (info_.flag & 1) {
+    if (password.empty()) return Open::wrongPassword;
+    auto layer = std::make_unique<ZipCryptoLayer>(std::move(range), password);
+    const auto check = (info_.flag & 8) ? static_cast<unsigned char>(info_.dosDate >> 8)
+                                        : static_cast<unsigned char>(info_.crc >> 24);
+    if (!layer->checkHeader(check)) return Open::wrongPassword;
+    stored = std::move(layer);
+  } else {
+    stored = std::move(range);
+  }
+  decoder_ = zipdata::decompressor(method_, std::move(stored), info_.uncompressed_size);
+  return Open::ok;
+}
+
 ZipEntryReader::Open ZipEntryReader::open(const std::string& password) {
+  method_ = static_cast<std::uint16_t>(info_.compression_method);
+  const bool minizipReads = method_ == 0 || method_ == Z_DEFLATED;
+  if (!minizipReads) return openDirect(password);
   if (!(info_.flag & 1)) {
     opened_ = unzOpenCurrentFile(z_) == UNZ_OK;
     return opened_ ? Open::ok : Open::failed;
@@ -74,6 +152,17 @@ ZipEntryReader::Open ZipEntryReader::open(const std::string& password) {
 }
 
 int ZipEntryReader::read(char* out, unsigned cap) {
+  if (direct_) {
+    if (!decoder_) return -1;
+    const long n = decoder_->read(reinterpret_cast<unsigned char*>(out), cap);
+    if (n > 0) {
+      crc_ = crc32(crc_, reinterpret_cast<Bytef*>(out), static_cast<uInt>(n));
+      produced_ += static_cast<std::uint64_t>(n);
+      // More than the entry says it holds is damage, not data.
+      if (produced_ > info_.uncompressed_size) return -1;
+    }
+    return static_cast<int>(n);
+  }
   if (!encrypted_) return unzReadCurrentFile(z_, out, cap);
   if (!inflating_) {
     int n = unzReadCurrentFile(z_, out, cap);
@@ -108,10 +197,26 @@ int ZipEntryReader::read(char* out, unsigned cap) {
 }
 
 bool ZipEntryReader::finish() {
+  if (direct_) {
+    if (aes_ && !aes_->authenticated()) {
+      failure_ = "the authentication code does not match: wrong password or damaged data";
+      return false;
+    }
+    if (produced_ != info_.uncompressed_size) {
+      failure_ = "the data ends before its stated size";
+      return false;
+    }
+    if (checkCrc_ && crc_ != info_.crc) {
+      failure_ = "CRC mismatch";
+      return false;
+    }
+    return true;
+  }
   opened_ = false;
   const int rc = unzCloseCurrentFile(z_);
-  if (!encrypted_) return rc == UNZ_OK;
-  return crc_ == info_.crc;
+  const bool whole = encrypted_ ? crc_ == info_.crc : rc == UNZ_OK;
+  if (!whole) failure_ = rc == UNZ_CRCERROR || encrypted_ ? "CRC mismatch" : "damaged data";
+  return whole;
 }
 
 }  // namespace harbor

@@ -26,35 +26,30 @@ void OtherTextFileFormatParser::parserValueWithTextStorage(TextStorage& storage,
   bindStorage(storage, start, end);
 }
 
-template <class T>
-static void add(const char* name) {
-  CodeFactory::registerParserClass(name, [] { return std::make_shared<T>(); });
-}
-
 void registerCommonParsers() {
-  add<CodeFormatParser>("CodeFormatParser");
-  add<CommonFormatParser>("CommonFormatParser");
-  add<ShellFormatParser>("ShellFormatParser");
-  add<ScalaFormatParser>("ScalaFormatParser");
-  add<ProtoFormatParser>("ProtoFormatParser");
-  add<GroovyFormaterParser>("GroovyFormaterParser");
-  add<PascalFormatParser>("PascalFormatParser");
-  add<HaskellFormatParser>("HaskellFormatParser");
-  add<TclFormatParser>("TclFormatParser");
-  add<AsmFormatParser>("AsmFormatParser");
-  add<CFormatParser>("CFormatParser");
-  add<ObjcFormatParser>("ObjcFormatParser");
-  add<CsFormatParser>("CsFormatParser");
-  add<CssFormatParser>("CssFormatParser");
-  add<JavaFormatParser>("JavaFormatParser");
-  add<SqlFormatParser>("SqlFormatParser");
-  add<VbNetFormatParser>("VbNetFormatParser");
-  add<VbsFormatParser>("VbsFormatParser");
-  add<ErlangFormatParser>("ErlangFormatParser");
-  add<AspFormatParser>("AspFormatParser");
-  add<JspFormatParser>("JspFormatParser");
-  add<CppFormatParser>("CppFormatParser");
-  add<OtherTextFileFormatParser>("OtherTextFileFormatParser");
+  CodeFactory::registerParser<CodeFormatParser>("CodeFormatParser");
+  CodeFactory::registerParser<CommonFormatParser>("CommonFormatParser");
+  CodeFactory::registerParser<ShellFormatParser>("ShellFormatParser");
+  CodeFactory::registerParser<ScalaFormatParser>("ScalaFormatParser");
+  CodeFactory::registerParser<ProtoFormatParser>("ProtoFormatParser");
+  CodeFactory::registerParser<GroovyFormaterParser>("GroovyFormaterParser");
+  CodeFactory::registerParser<PascalFormatParser>("PascalFormatParser");
+  CodeFactory::registerParser<HaskellFormatParser>("HaskellFormatParser");
+  CodeFactory::registerParser<TclFormatParser>("TclFormatParser");
+  CodeFactory::registerParser<AsmFormatParser>("AsmFormatParser");
+  CodeFactory::registerParser<CFormatParser>("CFormatParser");
+  CodeFactory::registerParser<ObjcFormatParser>("ObjcFormatParser");
+  CodeFactory::registerParser<CsFormatParser>("CsFormatParser");
+  CodeFactory::registerParser<CssFormatParser>("CssFormatParser");
+  CodeFactory::registerParser<JavaFormatParser>("JavaFormatParser");
+  CodeFactory::registerParser<SqlFormatParser>("SqlFormatParser");
+  CodeFactory::registerParser<VbNetFormatParser>("VbNetFormatParser");
+  CodeFactory::registerParser<VbsFormatParser>("VbsFormatParser");
+  CodeFactory::registerParser<ErlangFormatParser>("ErlangFormatParser");
+  CodeFactory::registerParser<AspFormatParser>("AspFormatParser");
+  CodeFactory::registerParser<JspFormatParser>("JspFormatParser");
+  CodeFactory::registerParser<CppFormatParser>("CppFormatParser");
+  CodeFactory::registerParser<OtherTextFileFormatParser>("OtherTextFileFormatParser");
 }
 
 }  // namespace harbor

@@ -51,7 +51,14 @@ std::u16string MarkupScanner::attributeValue(const CodeElement& e, std::u16strin
 }
 
 const char* MarkupScanner::regionLanguage(int lanuageType) {
-  return lanuageType == 1 ? "cs" : lanuageType == 2 ? "vb" : nullptr;
+  switch (lanuageType) {
+    case kPageLanguageCSharp:
+      return "cs";
+    case kPageLanguageVB:
+      return "vb";
+    default:
+      return nullptr;
+  }
 }
 
 TextRange MarkupScanner::scanElementName() {
@@ -213,15 +220,15 @@ int MarkupScanner::scanPageDirective() {
   const TextRange block = scanMultilineComment(u"<%", u"%>");
   if (!block.length) {
     currentIndex = saved;
-    return 0;
+    return kPageLanguageNone;
   }
-  int type = 0;
+  int type = kPageLanguageNone;
   if (auto e = scanIncludeElement(u"<%", u"%>", block)) {
     const std::u16string language = attributeValue(*e, u"Language");
     if (isAsciiCaseEqual(language, u"C#")) {
-      type = 1;
+      type = kPageLanguageCSharp;
     } else if (isAsciiCaseEqual(language, u"vb")) {
-      type = 2;
+      type = kPageLanguageVB;
     }
     elementItems.push_back(e);
   }
@@ -539,23 +546,18 @@ void AsaxFormatParser::parserStart() {
 
 // ---- registry --------------------------------------------------------------------
 
-template <class T>
-static void add(const char* name) {
-  CodeFactory::registerParserClass(name, [] { return std::make_shared<T>(); });
-}
-
 void registerHtmlParsers() {
-  add<HtmlFormatParser>("HtmlFormatParser");
-  add<XmlFormatParser>("XmlFormatParser");
-  add<XslFormatParser>("XslFormatParser");
-  add<ShtmlFormatParser>("ShtmlFormatParser");
-  add<HtcFormatParser>("HtcFormatParser");
-  add<AspHtmlFormatParser>("AspHtmlFormatParser");
-  add<AspxHtmlFormatParser>("AspxHtmlFormatParser");
-  add<JspHtmlFormatParser>("JspHtmlFormatParser");
-  add<PhpHtmlFormatParser>("PhpHtmlFormatParser");
-  add<AshxFormatParser>("AshxFormatParser");
-  add<AsaxFormatParser>("AsaxFormatParser");
+  CodeFactory::registerParser<HtmlFormatParser>("HtmlFormatParser");
+  CodeFactory::registerParser<XmlFormatParser>("XmlFormatParser");
+  CodeFactory::registerParser<XslFormatParser>("XslFormatParser");
+  CodeFactory::registerParser<ShtmlFormatParser>("ShtmlFormatParser");
+  CodeFactory::registerParser<HtcFormatParser>("HtcFormatParser");
+  CodeFactory::registerParser<AspHtmlFormatParser>("AspHtmlFormatParser");
+  CodeFactory::registerParser<AspxHtmlFormatParser>("AspxHtmlFormatParser");
+  CodeFactory::registerParser<JspHtmlFormatParser>("JspHtmlFormatParser");
+  CodeFactory::registerParser<PhpHtmlFormatParser>("PhpHtmlFormatParser");
+  CodeFactory::registerParser<AshxFormatParser>("AshxFormatParser");
+  CodeFactory::registerParser<AsaxFormatParser>("AsaxFormatParser");
 }
 
 }  // namespace harbor

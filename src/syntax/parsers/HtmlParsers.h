@@ -62,6 +62,12 @@ class MarkupScanner : public CodeFormatParser {
   Condition canContinue() {
     return [this] { return isCanContinue(); };
   }
+  // The language an ASP.NET page directive names.
+  enum PageLanguage : std::int32_t {
+    kPageLanguageNone = 0,
+    kPageLanguageCSharp = 1,
+    kPageLanguageVB = 2,
+  };
   static const char* regionLanguage(int lanuageType);
 };
 
@@ -176,7 +182,7 @@ class AspxHtmlFormatParser : public HtmlFormatParser {
   void parserStart() override;
   bool scanOtherPattern() override;
 
-  std::int32_t lanuageType = 0;  // 0 none, 1 C#, 2 VB
+  std::int32_t lanuageType = kPageLanguageNone;
 };
 
 class JspHtmlFormatParser : public HtmlFormatParser {
@@ -202,7 +208,7 @@ class AshxFormatParser : public MarkupScanner {
   std::string className() const override { return "AshxFormatParser"; }
   void parserStart() override;
 
-  std::int32_t lanuageType = 0;
+  std::int32_t lanuageType = kPageLanguageNone;
 };
 
 // Application files (.asax): a directive, then one server <script> block.
@@ -212,7 +218,7 @@ class AsaxFormatParser : public MarkupScanner {
   void parserStart() override;
   void parserDetail() override {}
 
-  std::int32_t lanuageType = 0;
+  std::int32_t lanuageType = kPageLanguageNone;
 };
 
 }  // namespace harbor

@@ -289,13 +289,13 @@ bool HtmlFormatParser::isCanLoadSuggestItems(const std::u16string& input, TextRa
   field.eleName = elementName(*element);
   if (field.eleName.empty()) return false;
   if (at->type == kElementOpen) {
-    field.fieldType = 2;
+    field.fieldType = CodeKeywordItem::TagOrKeyword;
   } else if (at->type == kAttributeName) {
-    field.fieldType = 4;
+    field.fieldType = CodeKeywordItem::Attribute;
     field.attrName = currentRange(at->range);
   } else {
     if (!at->parent) return false;
-    field.fieldType = 32;
+    field.fieldType = CodeKeywordItem::AttributeValue;
     field.attrName = currentRange(at->parent->range);
     field.attrValueRange = at->range;
     const std::u16string attr = toLower(field.attrName);
@@ -304,8 +304,8 @@ bool HtmlFormatParser::isCanLoadSuggestItems(const std::u16string& input, TextRa
       if (e == suggestAttributeAndValue.end() || !e->second.count(attr)) return false;
     }
   }
-  if (field.fieldType == 4 && field.attrName.empty()) return false;
-  if (field.fieldType == 32 && field.attrName.empty()) return false;
+  if (field.fieldType == CodeKeywordItem::Attribute && field.attrName.empty()) return false;
+  if (field.fieldType == CodeKeywordItem::AttributeValue && field.attrName.empty()) return false;
   stxFieldobj = std::move(field);
   return true;
 }
@@ -313,7 +313,7 @@ bool HtmlFormatParser::isCanLoadSuggestItems(const std::u16string& input, TextRa
 std::vector<std::u16string> HtmlFormatParser::searchText(std::u16string_view term, bool tail,
                                                          const SuggestField* attri,
                                                          long stxFieldType) {
-  if (stxFieldType != 32 || !attri) {
+  if (stxFieldType != CodeKeywordItem::AttributeValue || !attri) {
     return CodeFormatParser::searchText(term, tail, attri, stxFieldType);
   }
   const TextRange vr = attri->attrValueRange;
@@ -347,11 +347,11 @@ std::vector<std::u16string> HtmlFormatParser::searchText(std::u16string_view ter
 
   const auto element = suggestAttributeAndValue.find(toLower(attri->eleName));
   if (element == suggestAttributeAndValue.end()) {
-    return CodeFormatParser::searchText(term, tail, attri, 32);
+    return CodeFormatParser::searchText(term, tail, attri, CodeKeywordItem::AttributeValue);
   }
   const auto values = element->second.find(attr);
   if (values == element->second.end()) {
-    return CodeFormatParser::searchText(term, tail, attri, 32);
+    return CodeFormatParser::searchText(term, tail, attri, CodeKeywordItem::AttributeValue);
   }
   const std::u16string lower = toLower(value);
   std::vector<std::u16string> inside;

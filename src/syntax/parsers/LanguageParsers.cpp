@@ -304,20 +304,33 @@ void KeyValueFormatPaser::scanCheckSplitChar() {
 
 // ---- registration ----------------------------------------------------------------
 
-template <class T>
-static void add(const char* name) {
-  CodeFactory::registerParserClass(name, [] { return std::make_shared<T>(); });
+bool RubyFormatParser::scanTemplatePattern(CodeFormatParser& host) {
+  const char16_t c = host.currentCharStatic();
+  if (c == u'<') return host.scanServerTag("rb", u"<%", u"%>");
+  if (c == u'%') {
+    const char16_t before = host.previousOneChar();
+    if (before == 0 || before == u'\n') {
+      TextRange r = host.scanLineComment(u"%");
+      if (r.length >= 2 && host.textStorage) {
+        host.loadOtherExtensionParser("rb", TextRange{r.location + 1, r.length - 1},
+                                      *host.textStorage);
+      }
+      return r.length > 0;
+    }
+  }
+  return false;
 }
 
 void registerLanguageParsers() {
-  add<JSFormatParser>("JSFormatParser");
-  add<JsonFormatParser>("JsonFormatParser");
-  add<PerlFormatParser>("PerlFormatParser");
-  add<PythonFormatParser>("PythonFormatParser");
-  add<RubyFormatParser>("RubyFormatParser");
-  add<PhpFormatParser>("PhpFormatParser");
-  add<KeyValueFormatPaser>("KeyValueFormatPaser");
-  add<KeyValueCfgParser>("KeyValueCfgParser");
+  CodeFormatParser::registerEmbeddedScanner(u"rb", &RubyFormatParser::scanTemplatePattern);
+  CodeFactory::registerParser<JSFormatParser>("JSFormatParser");
+  CodeFactory::registerParser<JsonFormatParser>("JsonFormatParser");
+  CodeFactory::registerParser<PerlFormatParser>("PerlFormatParser");
+  CodeFactory::registerParser<PythonFormatParser>("PythonFormatParser");
+  CodeFactory::registerParser<RubyFormatParser>("RubyFormatParser");
+  CodeFactory::registerParser<PhpFormatParser>("PhpFormatParser");
+  CodeFactory::registerParser<KeyValueFormatPaser>("KeyValueFormatPaser");
+  CodeFactory::registerParser<KeyValueCfgParser>("KeyValueCfgParser");
 }
 
 }  // namespace harbor

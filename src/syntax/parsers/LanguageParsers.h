@@ -68,6 +68,8 @@ class RubyFormatParser : public CodeFormatParser {
 
   bool parserRegex();
   bool parseHereDoc();
+  // Ruby inside a template page (erb): `<% %>` regions and `%` lines.
+  static bool scanTemplatePattern(CodeFormatParser& host);
 };
 
 // PHP code between `<?php` and `?>`; the page around it is the host's.
