@@ -6,6 +6,7 @@
 #include "archive/SafeExtraction.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
+#include "filemanager/FileModes.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
 #include "filemanager/TempDirectoryUtil.h"
@@ -31,11 +32,7 @@ void ArchiveBase::setPassword(const std::string& password) {
 }
 
 bool ArchiveBase::isIgnore(std::string_view path) {
-  if (path.find("__MACOSX/") != std::string_view::npos) return true;
-  while (!path.empty() && path.back() == '/') path.remove_suffix(1);
-  auto slash = path.rfind('/');
-  std::string_view last = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  return last == ".DS_Store" || last == "Thumbs.db";
+  return FileUtil::isIgnoredPath(path);
 }
 
 std::string ArchiveBase::charToString(const char* bytes, std::size_t length) const {
@@ -157,15 +154,13 @@ bool ArchiveBase::writeFileAtomically(const std::string& target,
 
 void ArchiveBase::applyAttributes(const std::string& path, unsigned mode,
                                   const std::optional<Date>& date) {
-  if (mode & 0777) FileUtil::setFilePermission(path, (mode & 0777) | 0600);
+  FileModes::apply(path, FileModes::forArchiveEntry(mode, false));
   if (isArchiveFileTime_ && date) FileUtil::setFileModifiedDate(*date, path);
 }
 
 void ArchiveBase::addProgress(std::uint64_t bytes) {
-  progressSize_ += bytes;
-  if (progressSize_ > kProgressStep) {
-    if (actionDelegate_) actionDelegate_->progressFinished(progressSize_);
-    progressSize_ = 0;
+  if (auto due = progressSize_.add(bytes); due && actionDelegate_) {
+    actionDelegate_->progressFinished(*due);
   }
 }
 

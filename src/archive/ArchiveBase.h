@@ -11,6 +11,7 @@
 
 #include "archive/ArchiveError.h"
 #include "archive/IArchive.h"
+#include "archive/ProgressStep.h"
 #include "encoding/StringEncodings.h"
 
 namespace harbor {
@@ -40,7 +41,7 @@ class ArchiveBase : public IArchive {
   const std::vector<RefusedEntry>& refusedEntries() const override { return refused_; }
   bool isPasswordFailure() const override { return passwordFailure_; }
 
-  // ".DS_Store", "Thumbs.db" and anything under "__MACOSX/" are never shown.
+  // The names FileUtil ignores, and anything below them, are never shown.
   static bool isIgnore(std::string_view path);
   // Raw name bytes to UTF-8: forced encoding, archive encoding, detection.
   std::string charToString(const char* bytes, std::size_t length) const;
@@ -90,7 +91,7 @@ class ArchiveBase : public IArchive {
   std::uint64_t fileEncoding_ = kNoForcedEncoding;
   bool isEncryptedFileName_ = false;
   IActionProgress* actionDelegate_ = nullptr;
-  std::uint64_t progressSize_ = 0;
+  ProgressStep progressSize_{kProgressStep};
   bool isArchiveFileTime_ = true;
   bool isContainsPassword_ = false;
   bool isCheckContainsPassword_ = false;

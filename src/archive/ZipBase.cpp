@@ -11,6 +11,7 @@
 #include "archive/zip/UZipFileArchive.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Cancellation.h"
+#include "platform/Paths.h"
 #include "platform/Unicode.h"
 
 namespace harbor {
@@ -31,12 +32,8 @@ std::string ZipBase::getRelativePath(const std::string& path) const {
 
 std::string ArchiveUtils::getTempRelative(const std::string& base, const std::string& path) {
   if (base.empty()) return path;
-  std::string b = base;
-  while (b.size() > 1 && b.back() == '/') b.pop_back();
-  if (path.size() > b.size() && path.compare(0, b.size(), b) == 0 &&
-      (b == "/" || path[b.size()] == '/'))
-    return path.substr(b == "/" ? 1 : b.size() + 1);
-  return path;
+  const std::string rel = relativePathBelow(path, base);
+  return rel.empty() ? path : rel.substr(1);
 }
 
 std::unique_ptr<ZipBase> ArchiveFactory::createZipFactory(const std::vector<std::string>& sources,

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "archive/ProgressStep.h"
 #include "platform/Error.h"
 
 namespace harbor {
@@ -29,6 +30,8 @@ struct ZipPropertyOptions {
 // A writer: entries are stored relative to `relative_const`.
 class ZipBase : public IZipBase {
  public:
+  static constexpr std::uint64_t kProgressStep = 2048000;
+
   ZipBase(std::string filePath, IActionProgress* delegate, ZipPropertyOptions options);
 
   void setRelative_const(const std::string& base) override { relative_const_ = base; }
@@ -42,7 +45,7 @@ class ZipBase : public IZipBase {
   std::string relative_const_;
   std::vector<std::string> zipMsg_;
   IActionProgress* delegate_;
-  std::uint64_t progressSize_ = 0;
+  ProgressStep progressSize_{kProgressStep};
   ZipPropertyOptions propertyOptions_;
   std::string filePath_;
   std::string password_;

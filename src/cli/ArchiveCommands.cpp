@@ -242,10 +242,10 @@ int runCreate(const ArchiveOptions& opts) {
   auto writer = ArchiveFactory::createZipFactory(sources, &progress, opts.file, options);
   auto* zip = dynamic_cast<UZipFileArchive*>(writer.get());
   if (!zip || !zip->isOpen()) return fail(command, "cannot create " + opts.file);
-  const bool closed = zip->close();
+  const bool complete = zip->close();
   for (const auto& msg : writer->zipMsg()) warn(command, msg);
-  if (!closed) return fail(command, "cannot finish " + opts.file);
-  return writer->zipMsg().empty() ? 0 : 1;
+  if (!complete) return fail(command, opts.file + " was not written");
+  return 0;
 }
 
 void addArchiveCommands(CLI::App& app, int& exitCode) {

@@ -21,6 +21,7 @@
 #include "cli/Output.h"
 #include "filemanager/FilePresenter.h"
 #include "filemanager/FilePropertyCopyURLS.h"
+#include "filemanager/FilePropertyTotalFiles.h"
 #include "filemanager/FilePropertyTotalSize.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
@@ -119,12 +120,20 @@ int runLs(const LsOptions& opts) {
       if (titles && i < titles->size()) title = (*titles)[i];
       out.push_back({{"title", std::move(title)}, {"items", sections[i]}});
     }
-    printJson(ordered_json{{"path", dir}, {"sections", std::move(out)}});
+    ordered_json listing{{"path", dir}, {"sections", std::move(out)}};
+    if (presenter.isSearchTruncated()) listing["truncated"] = true;
+    printJson(listing);
     return 0;
   }
+  std::size_t shown = 0;
   for (std::size_t i = 0; i < sections.size(); ++i) {
     if (titles && i < titles->size()) std::cout << (*titles)[i] << ":\n";
     for (const auto& path : sections[i]) std::cout << (titles ? "  " : "") << path << "\n";
+    shown += sections[i].size();
+  }
+  if (presenter.isSearchTruncated()) {
+    std::cout << "(list cut after " << shown << " hits: the search stops at about "
+              << FilePropertySearchFiles::kHitLimit - 1 << ")\n";
   }
   return 0;
 }

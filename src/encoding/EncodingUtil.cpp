@@ -15,6 +15,7 @@
 #include "encoding/FileBytes.h"
 #include "platform/Directories.h"
 #include "platform/Log.h"
+#include "platform/Paths.h"
 #include "platform/Resources.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"

@@ -97,7 +97,7 @@ void CommonUtil::filesInCurrentFolder(const std::string& folder, std::vector<std
   fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, ec);
   for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
     std::string name = it->path().filename().string();
-    if (name == ".DS_Store") continue;
+    if (FileUtil::isIgnoredName(name)) continue;
     std::error_code kindEc;
     if (it->is_directory(kindEc)) {
       if (containsFolder) found.push_back(it->path().string());

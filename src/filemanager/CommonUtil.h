@@ -52,7 +52,7 @@ class CommonUtil {
 
   // Appends the full paths of the entries directly in `folder`, sorted by
   // name: files whose lower-case extension is in `filters` (empty: all),
-  // and with `containsFolder` every folder as well. ".DS_Store" never shows.
+  // and with `containsFolder` every folder as well. Ignored names never show.
   static void filesInCurrentFolder(const std::string& folder, std::vector<std::string>& tFiles,
                                    bool containsFolder, const std::vector<std::string>& filters);
   static std::size_t getFilesNumberInFolder(const std::string& folder, bool containsFolder,

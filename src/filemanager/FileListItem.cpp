@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "filemanager/FilePropertyBase.h"
+#include "filemanager/FileUtil.h"
 #include "platform/Cancellation.h"
 
 namespace harbor {
@@ -74,7 +75,7 @@ namespace {
 void fill(FileListItem& node, const std::function<void(FileListItem&)>* block) {
   for (const auto& child : detail::childPaths(node.path())) {
     if (isCurrentThreadCancelled()) return;
-    if (FileUtil::getFileName(child) == ".DS_Store") continue;
+    if (FileUtil::isIgnoredName(FileUtil::getFileName(child))) continue;
     auto item = std::make_shared<FileListItem>(child);
     node.addChild(item);
     if (block && *block) (*block)(*item);

@@ -9,6 +9,7 @@
 
 #include "filemanager/FilePasswordCipher.h"
 #include "filemanager/FileUtil.h"
+#include "platform/Paths.h"
 #include "platform/UserDefaults.h"
 
 namespace harbor {
@@ -16,23 +17,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// "/a/b/" for "a/b", "/a/b" or "/a/b/": one form to compare prefixes with.
-std::string slashed(std::string_view path) {
-  std::size_t b = path.find_first_not_of('/');
-  if (b == std::string_view::npos) return "/";
-  std::size_t e = path.find_last_not_of('/');
-  return "/" + std::string(path.substr(b, e - b + 1)) + "/";
-}
-
-bool isAtOrBelow(std::string_view path, std::string_view base) {
-  return slashed(path).starts_with(slashed(base));
-}
-
 // The password key of a full path: "" for the root, "/a/b" below it, nothing
 // outside it.
 std::optional<std::string> relativeKey(const std::string& path) {
   const std::string root = FileUtil::documentDirectory();
-  if (path.empty() || !isAtOrBelow(path, root)) return std::nullopt;
+  if (path.empty() || !isPathAtOrBelow(path, root)) return std::nullopt;
   return FileUtil::getRelativePath(path, root);
 }
 
@@ -45,7 +34,7 @@ std::string fullPathOfKey(const std::string& key) {
 
 // Keys name the same item whether or not they carry the leading "/".
 bool sameKey(const std::string& a, const std::string& b) {
-  return slashed(a) == slashed(b);
+  return isPathAtOrBelow(a, b) && isPathAtOrBelow(b, a);
 }
 
 PlistValue::Map passwordMap() {
@@ -177,7 +166,7 @@ void FileManagerUtil::removeFileAndChildrenPassword(const std::string& path) {
 
 void FileManagerUtil::removeFileAndChildrenPassword(const std::string& path,
                                                     std::vector<std::string>& passwordRows) {
-  std::erase_if(passwordRows, [&](const std::string& row) { return isAtOrBelow(row, path); });
+  std::erase_if(passwordRows, [&](const std::string& row) { return isPathAtOrBelow(row, path); });
   // Another thread may store an entry below the path meanwhile: look again
   // until nothing is left, but never spin on a store that refuses changes.
   for (int round = 0; round < 8; ++round) {
@@ -233,7 +222,7 @@ std::vector<std::string> FileManagerUtil::getAllPasswordFileList(const std::stri
   std::vector<std::string> out;
   for (const auto& [key, value] : passwordMap()) {
     std::string full = fullPathOfKey(key);
-    if (isAtOrBelow(full, path)) out.push_back(std::move(full));
+    if (isPathAtOrBelow(full, path)) out.push_back(std::move(full));
   }
   return out;
 }
@@ -384,14 +373,12 @@ std::string FileManagerUtil::trimLeftPoingOfFileName(std::string_view path) {
 
 void FileManagerUtil::ignoreFile(std::vector<std::string>& files) {
   std::erase_if(files, [](const std::string& f) {
-    const std::string name = FileUtil::getFileName(f);
-    return name == ".DS_Store" || name == "__MACOSX";
+    return FileUtil::isIgnoredName(FileUtil::getFileName(f));
   });
 }
 
 std::string FileManagerUtil::getRelativeTo(const std::string& path, const std::string& sourcePath) {
-  if (!path.starts_with(sourcePath)) return {};
-  return path.substr(sourcePath.size());
+  return relativePathBelow(path, sourcePath);
 }
 
 }  // namespace harbor

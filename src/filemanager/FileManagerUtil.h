@@ -87,10 +87,10 @@ class FileManagerUtil {
   static bool isHiddenDirectory(std::string_view path);
   // The file name without one leading ".".
   static std::string trimLeftPoingOfFileName(std::string_view path);
-  // Removes ".DS_Store" and "__MACOSX" (names or paths ending so).
+  // Removes the ignored names (names or paths ending so).
   static void ignoreFile(std::vector<std::string>& files);
-  // What follows `sourcePath` in `path`; empty when `path` does not start
-  // with it.
+  // `path` below `sourcePath` as "/a/b", compared by components; empty when
+  // it is not below.
   static std::string getRelativeTo(const std::string& path, const std::string& sourcePath);
 };
 

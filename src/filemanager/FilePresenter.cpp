@@ -8,6 +8,7 @@
 #include "filemanager/CaseFold.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FilePropertyTotalFiles.h"
+#include "filemanager/FileUtil.h"
 #include "filemanager/GlobalObject.h"
 #include "filemanager/SectionUtils.h"
 #include "platform/Cancellation.h"
@@ -85,6 +86,11 @@ bool FilePresenter::isSearchResult() const {
   return _isSearchResult;
 }
 
+bool FilePresenter::isSearchTruncated() const {
+  std::lock_guard lock(searchMutex_);
+  return _isSearchTruncated;
+}
+
 bool FilePresenter::isOrderAsc() const {
   return _delegate ? _delegate->isOrderAsc() : true;
 }
@@ -102,7 +108,7 @@ void FilePresenter::listFolder(std::vector<Item>& items, bool withAttributes) {
   for (auto& entry : entries) {
     // Incoming files wait in "Inbox" at the root until they are imported.
     if (root && entry.name == "Inbox") continue;
-    if (entry.name == ".DS_Store" || entry.name == "__MACOSX") continue;
+    if (FileUtil::isIgnoredName(entry.name)) continue;
     items.push_back(Item{base + entry.name, entry.isDirectory, entry.size, entry.modified});
   }
 }
@@ -311,12 +317,19 @@ void FilePresenter::loadTypeSection(const std::vector<std::string>& paths) {
 void FilePresenter::searchThread(const std::string& searchText) {
   const bool searching = !searchText.empty();
   Sections found;
-  if (searching) found.push_back(FilePropertySearchFiles::searchWithURL(_path, searchText));
+  bool truncated = false;
+  if (searching) {
+    FilePropertySearchFiles search({_path}, searchText);
+    search.setIsContainsSelf(true);
+    found.push_back(search.execute());
+    truncated = search.isTruncated();
+  }
   // A search given up on must not replace what the screen shows.
   if (isCurrentThreadCancelled()) return;
   {
     std::lock_guard lock(searchMutex_);
     _isSearchResult = searching;
+    _isSearchTruncated = truncated;
     _searchArray = std::move(found);
   }
   if (_delegate) {

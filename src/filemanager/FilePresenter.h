@@ -69,6 +69,8 @@ class FilePresenter {
   void loadTypeSection(const std::vector<std::string>& paths);
 
   bool isSearchResult() const;
+  // The last search stopped at its hit limit: there are more hits than shown.
+  bool isSearchTruncated() const;
   int displayType() const { return _displayType; }
   void setDisplayType(int type) { _displayType = type; }
   int showItemstype() const { return _showItemstype; }
@@ -114,6 +116,7 @@ class FilePresenter {
   static std::vector<Item> itemsForPaths(const std::vector<std::string>& paths);
 
   bool _isSearchResult = false;
+  bool _isSearchTruncated = false;
   int _displayType = kOrderName;
   int _showItemstype = kShowList;
   Sections _sectionsArray;

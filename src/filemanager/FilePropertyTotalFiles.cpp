@@ -195,7 +195,10 @@ std::vector<std::string> FilePropertySearchFiles::searchWithURLs(std::vector<std
 
 void FilePropertySearchFiles::addFiles(std::vector<std::string> files) {
   FilePropertyTotalFiles::addFiles(std::move(files));
-  if (fileCount() >= kHitLimit) cancel();
+  if (fileCount() >= kHitLimit) {
+    truncated_ = true;
+    cancel();
+  }
 }
 
 bool FilePropertySearchFiles::isWalkable(const std::string& folder) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -123,6 +124,8 @@ class FilePropertySearchFiles : public FilePropertyTotalFiles {
                                                  const std::string& searchText);
 
   const std::string& searchText() const { return searchText_; }
+  // True when the hit limit stopped the search, so the list is not whole.
+  bool isTruncated() const { return truncated_; }
   // Full paths of the locked items and their stored values; nullopt when
   // nothing is locked.
   const std::optional<std::map<std::string, std::string>>& passwordHash() const {
@@ -141,6 +144,7 @@ class FilePropertySearchFiles : public FilePropertyTotalFiles {
  private:
   std::string searchText_;
   NameMatcher matcher_;
+  std::atomic<bool> truncated_{false};
   std::optional<std::map<std::string, std::string>> passwordHash_;
 };
 

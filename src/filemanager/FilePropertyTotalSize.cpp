@@ -101,18 +101,23 @@ void FilePropertyTotalSize::increaseSize(std::uint64_t size) {
 
 std::uint64_t FilePropertyTotalSize::execute() {
   std::vector<std::string> paths = selectionPaths();
+  // Only what the caller named is followed when it is a link; the entries
+  // of a folder are measured by themselves, at this level as below.
+  bool followLinks = true;
   if (paths.size() == 1 && FileUtil::isDirectoryFilePath(paths.front())) {
     if (isContainsSelf()) increaseFolderNumber();
     paths = detail::childPaths(paths.front());
+    followLinks = false;
   }
   const bool skipHidden = _propertyOptions._isIgnoreHiddenFile;
   for (const auto& path : paths) {
     if (isCancelled() || isCurrentThreadCancelled()) break;
     if (skipHidden && hiddenName(path)) continue;
-    // The top of the selection follows links; a dangling or looping one has
-    // no readable attributes and counts as an empty file.
+    // A dangling or looping link has no readable attributes and counts as
+    // an empty file.
     struct stat st;
-    const bool readable = ::stat(path.c_str(), &st) == 0;
+    const bool readable =
+        (followLinks ? ::stat(path.c_str(), &st) : ::lstat(path.c_str(), &st)) == 0;
     if (readable && S_ISDIR(st.st_mode)) {
       if (!isDirectoryAndExecute(path)) continue;
       increaseFolderNumber();

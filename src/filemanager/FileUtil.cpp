@@ -12,10 +12,13 @@
 #include <thread>
 
 #include "filemanager/CommonUtil.h"
+#include "filemanager/FileCopy.h"
+#include "filemanager/FileModes.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
 #include "platform/Directories.h"
 #include "platform/Log.h"
+#include "platform/Paths.h"
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
 
@@ -109,13 +112,6 @@ bool writeAll(int fd, const char* data, std::size_t size) {
   return true;
 }
 
-ssize_t readSome(int fd, char* data, std::size_t size) {
-  for (;;) {
-    ssize_t n = ::read(fd, data, size);
-    if (n >= 0 || errno != EINTR) return n;
-  }
-}
-
 enum class Walk { All, FilesOnly, FoldersOnly };
 
 // Full paths of the entries below `path`, sorted. Links are listed but not
@@ -124,23 +120,23 @@ enum class Walk { All, FilesOnly, FoldersOnly };
 std::vector<std::string> listEntries(const std::string& path, bool recursive, Walk what,
                                      bool skipIgnored) {
   std::vector<std::string> out;
-  const auto& ignored = FileUtil::ignoreFileNames();
+  // False for an ignored entry, whose contents are ignored with it.
   auto keep = [&](const fs::directory_entry& entry) {
-    std::string name = entry.path().filename().string();
-    if (skipIgnored && std::find(ignored.begin(), ignored.end(), name) != ignored.end()) {
-      return;
-    }
+    if (skipIgnored && FileUtil::isIgnoredName(entry.path().filename().string())) return false;
     if (what != Walk::All) {
       std::error_code ec;
       bool dir = entry.is_directory(ec) && !(recursive && entry.is_symlink(ec));
-      if ((what == Walk::FoldersOnly) != dir) return;
+      if ((what == Walk::FoldersOnly) != dir) return true;
     }
     out.push_back(entry.path().string());
+    return true;
   };
   std::error_code ec;
   if (recursive) {
     fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, ec);
-    for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) keep(*it);
+    for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+      if (!keep(*it)) it.disable_recursion_pending();
+    }
   } else {
     fs::directory_iterator it(path, fs::directory_options::skip_permission_denied, ec);
     for (; !ec && it != fs::directory_iterator(); it.increment(ec)) keep(*it);
@@ -317,6 +313,20 @@ const std::vector<std::string>& FileUtil::ignoreFileNames() {
   return names;
 }
 
+bool FileUtil::isIgnoredName(std::string_view name) {
+  const auto& names = ignoreFileNames();
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool FileUtil::isIgnoredPath(std::string_view path) {
+  for (std::size_t start = 0; start <= path.size();) {
+    std::size_t slash = std::min(path.find('/', start), path.size());
+    if (isIgnoredName(path.substr(start, slash - start))) return true;
+    start = slash + 1;
+  }
+  return false;
+}
+
 std::string FileUtil::getCreateFileName(const std::string& folder, const std::string& filename,
                                         const std::string& extension) {
   const std::string suffix = extension.empty() ? std::string() : "." + extension;
@@ -378,9 +388,7 @@ std::vector<std::string> FileUtil::subpathsFullPathAtPaths(const std::vector<std
 }
 
 std::vector<std::string> FileUtil::getTotalAllFilesFullPath(const std::string& path) {
-  auto out = listEntries(path, true, Walk::FilesOnly, false);
-  std::erase_if(out, [](const std::string& p) { return getFileName(p) == ".DS_Store"; });
-  return out;
+  return listEntries(path, true, Walk::FilesOnly, true);
 }
 
 std::vector<std::string> FileUtil::getTotalFoldersFullPath(const std::string& path) {
@@ -445,7 +453,7 @@ bool FileUtil::createFolder(const std::string& path, Date date, Date created) {
 }
 
 bool FileUtil::createFile(const std::string& path) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FileModes::kNewFile);
   if (fd < 0) return false;
   return ::close(fd) == 0;
 }
@@ -504,7 +512,10 @@ bool FileUtil::copyFile(const std::string& path, const std::string& desPath, boo
     std::error_code ec;
     fs::remove(desPath, ec);
   }
-  int out = ::open(desPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0777);
+  // The kernel masks a new file's mode with the umask; a kept target keeps
+  // its own. Not O_APPEND: the kernel copy refuses such targets.
+  int out =
+      ::open(desPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, FileModes::forCopy(src.st_mode));
   if (out < 0) {
     ::close(in);
     return false;
@@ -515,25 +526,15 @@ bool FileUtil::copyFile(const std::string& path, const std::string& desPath, boo
   if (::fstat(out, &des) == 0 && des.st_dev == src.st_dev && des.st_ino == src.st_ino) {
     limit = static_cast<std::uint64_t>(src.st_size);
   }
-
-  bool ok = true;
-  std::vector<char> block(kCopyBlockSize);
-  std::uint64_t copied = 0;
-  while (copied < limit) {
-    if (isCurrentThreadCancelled()) {
-      ok = false;
-      break;
-    }
-    std::size_t want =
-        static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), limit - copied));
-    ssize_t n = readSome(in, block.data(), want);
-    if (n == 0) break;
-    if (n < 0 || !writeAll(out, block.data(), static_cast<std::size_t>(n))) {
-      ok = false;
-      break;
-    }
-    copied += static_cast<std::uint64_t>(n);
-    if (delegate) delegate->progressFinished(static_cast<std::uint64_t>(n));
+  bool ok = ::lseek(out, 0, SEEK_END) >= 0;
+  if (ok) {
+    const auto result = FileCopy::copyData(
+        in, out, limit, kCopyBlockSize,
+        [delegate](std::uint64_t n) {
+          if (delegate) delegate->progressFinished(n);
+        },
+        [] { return isCurrentThreadCancelled(); });
+    ok = result.ok();
   }
   ::close(in);
   if (::close(out) != 0) ok = false;
@@ -570,7 +571,7 @@ bool FileUtil::copyItem(const std::string& path, const std::string& desPath,
 }
 
 bool FileUtil::appendDataToFile(const std::string& path, std::string_view data) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, FileModes::kNewFile);
   if (fd < 0) return false;
   bool ok = writeAll(fd, data.data(), data.size());
   return ::close(fd) == 0 && ok;
@@ -592,7 +593,8 @@ bool FileUtil::setFileModifiedDate(Date date, Date created, const std::string& f
 }
 
 bool FileUtil::setfullPermission(const std::string& path) {
-  return setFilePermission(path, 0777);
+  return FileModes::apply(
+      path, isDirectoryFileType(path) ? FileModes::forNewFolder() : FileModes::forNewFile());
 }
 
 unsigned FileUtil::getFilePermission(const std::string& path) {

@@ -67,8 +67,12 @@ class FileUtil {
   // "/a/b" for a path below the base, compared by components; empty for the
   // base itself and for a path outside it.
   static std::string getRelativePath(std::string_view path, std::string_view baseRelative);
-  // Names ignored everywhere: ".DS_Store", "__MACOSX", "Thumbs.db".
+  // Names ignored everywhere: ".DS_Store", "__MACOSX", "Thumbs.db". Every
+  // listing, walk and archive reader asks these, and only these.
   static const std::vector<std::string>& ignoreFileNames();
+  static bool isIgnoredName(std::string_view name);
+  // A path any of whose components is an ignored name ("__MACOSX/a/b").
+  static bool isIgnoredPath(std::string_view path);
 
   // Free names. Each answers the full path of the first candidate that does
   // not exist in `folder`: "notes.txt", "notes 2.txt", "notes 3.txt"...
@@ -89,7 +93,7 @@ class FileUtil {
   static std::vector<std::string> subpathsFullPathAtPath(const std::string& path);
   static std::vector<std::string> subpathsFullPathAtPaths(const std::vector<std::string>& paths);
   static std::vector<std::string> getTotalAllFilesFullPath(
-      const std::string& path);  // no ".DS_Store"
+      const std::string& path);  // without the ignored names
   static std::vector<std::string> getTotalFoldersFullPath(const std::string& path);
   static std::vector<std::string> getCurrentFilesFullPath(const std::string& path);
   static std::vector<std::string> getCurrentFoldersFullPath(const std::string& path);
@@ -98,7 +102,7 @@ class FileUtil {
   static std::vector<std::string> getCurrentFilesAndFoldersFullPath(const std::string& path,
                                                                     bool checkFile);
   static std::size_t getFileCountInDirectory(const std::string& path);
-  // Fills a tree below `root` from its folder, by name, skipping ".DS_Store"
+  // Fills a tree below `root` from its folder, by name, skipping ignored names
   // and stopping when the thread is cancelled. Links are leaves, so a loop
   // of links is never followed. `block` sees each child once it is attached.
   static void recuriseFileModelList(FileListItem& root);
@@ -117,7 +121,7 @@ class FileUtil {
   static bool createFolder(const std::string& path, Date date);
   // Linux cannot set a creation date; `created` is accepted and ignored.
   static bool createFolder(const std::string& path, Date date, Date created);
-  static bool createFile(const std::string& path);  // empty, mode 0777 less the umask
+  static bool createFile(const std::string& path);  // empty, mode 0666 less the umask
   static bool createFile(const std::string& path, const FileAttributes& attr);
   // True when nothing is left at `path` afterwards; folders go whole.
   static bool deleteFile(const std::string& path);
@@ -127,7 +131,8 @@ class FileUtil {
   static void deleteFileInThread(const std::string& path);
   static void trashFileInThread(const std::string& path);
   static void deleteSubFilesInThread(const std::string& folder);  // keeps the folder
-  // Copies `path` onto `desPath` in 1 MiB blocks, reporting each block's
+  // Copies `path` onto `desPath` in 1 MiB blocks; a new target gets the
+  // source's permission bits less the umask (see FileModes), reporting each block's
   // length through progressFinished. With `isOverWrite` an existing target
   // is replaced; without it the target is appended to, whatever `isAppend`
   // says. Stops after the current block when the thread is cancelled.
@@ -145,7 +150,8 @@ class FileUtil {
   static bool emptyFile(const std::string& path);  // an existing file only
   static bool setFileModifiedDate(Date date, const std::string& fullPath);
   static bool setFileModifiedDate(Date date, Date created, const std::string& fullPath);
-  static bool setfullPermission(const std::string& path);      // 0777
+  // The mode a new item of its kind gets: 0666 or 0777, less the umask.
+  static bool setfullPermission(const std::string& path);
   static unsigned getFilePermission(const std::string& path);  // 0 on failure
   static bool setFilePermission(const std::string& path, unsigned permission);
 

@@ -31,32 +31,6 @@ fs::path made(fs::path p) {
 
 }  // namespace
 
-std::string relativePathBelow(std::string_view path, std::string_view base) {
-  auto components = [](std::string_view p) {
-    std::vector<std::string_view> parts;
-    std::size_t i = 0;
-    while (i <= p.size()) {
-      std::size_t j = std::min(p.find('/', i), p.size());
-      std::string_view part = p.substr(i, j - i);
-      if (!part.empty() && part != ".") parts.push_back(part);
-      i = j + 1;
-    }
-    return parts;
-  };
-  const auto parts = components(path);
-  const auto baseParts = components(base);
-  if (parts.size() < baseParts.size() ||
-      !std::equal(baseParts.begin(), baseParts.end(), parts.begin())) {
-    return {};
-  }
-  std::string out;
-  for (std::size_t i = baseParts.size(); i < parts.size(); ++i) {
-    out += '/';
-    out += parts[i];
-  }
-  return out;
-}
-
 void Directories::setDocumentRootOverride(const fs::path& root) {
   std::lock_guard lock(overrideMutex);
   rootOverride = root.empty() ? fs::path() : fs::absolute(root).lexically_normal();

@@ -9,10 +9,6 @@ namespace harbor {
 // The folders the application lives in. Everything but the document root sits
 // in Harbor's home, $XDG_DATA_HOME/harbor (~/.local/share/harbor), so a root
 // given with --root never gets our bookkeeping folders written beside it.
-// The part of `path` below `base`, compared by components (so "ab" is not
-// below "a"), in the form "/a/b"; empty when it is not below (or is `base`).
-std::string relativePathBelow(std::string_view path, std::string_view base);
-
 class Directories {
  public:
   // The document root: the override (from --root) when set, else HARBOR_ROOT,

@@ -59,6 +59,31 @@ TEST_F(ArchiveCli, CreateListExtractWithPassword) {
   EXPECT_EQ(treeOf(dir / "y"), (std::vector<std::string>{"sub", "sub/b.txt"}));
 }
 
+TEST_F(ArchiveCli, CreateFailsWholeOnAnUnreadableSource) {
+  makeSource();
+  // A socket cannot be opened for reading, not even by root.
+  ASSERT_TRUE(runPython(dir / "docs", R"(
+import socket
+socket.socket(socket.AF_UNIX).bind('sock')
+)"));
+  fs::remove(dir / "docs/make.py");
+  const std::string zip = (dir / "out.zip").string();
+  for (const std::vector<std::string>& extra :
+       {std::vector<std::string>{}, std::vector<std::string>{"--password", "pw"}}) {
+    std::vector<std::string> args{"archive", "create", zip, (dir / "docs").string()};
+    args.insert(args.end(), extra.begin(), extra.end());
+    auto r = harbor(args);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find((dir / "docs/sock").string()), std::string::npos) << r.err;
+    // Neither the archive nor its unfinished temporary stays behind.
+    EXPECT_EQ(treeOf(dir.path()), (std::vector<std::string>{"docs", "docs/a.txt", "docs/sock",
+                                                            "docs/sub", "docs/sub/b.txt"}));
+  }
+  fs::remove(dir / "docs/sock");
+  ASSERT_EQ(harbor({"archive", "create", zip, (dir / "docs").string()}).code, 0);
+  EXPECT_TRUE(fs::is_regular_file(zip));
+}
+
 TEST_F(ArchiveCli, RefusalsAreReportedAndBadInputFails) {
   ASSERT_TRUE(runPython(dir.path(), R"(
 import zipfile

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "archive/ArchiveBase.h"
+#include "archive/ProgressStep.h"
 #include "archive/ZipBase.h"
 #include "archive/ZipEntry.h"
 
@@ -51,6 +52,17 @@ TEST(ZipEntryTree, LeafRefusesChildrenAndClearEmpties) {
   root->clear();
   EXPECT_TRUE(root->children().empty());
   EXPECT_EQ(root->totalSize(), 0u);
+}
+
+TEST(ArchiveProgress, StepsLetGatheredBytesThroughPastTheStep) {
+  ProgressStep step(10);
+  EXPECT_FALSE(step.add(4));
+  EXPECT_FALSE(step.add(6));  // reaching the step is not passing it
+  EXPECT_EQ(step.add(1), 11u);
+  EXPECT_FALSE(step.add(3));
+  EXPECT_EQ(step.pending(), 3u);
+  step.reset();
+  EXPECT_EQ(step.add(25), 25u);
 }
 
 TEST(ArchiveBaseNames, IgnoredNames) {

@@ -118,5 +118,58 @@ TEST_F(TraversalTest, LinkMadeBeforeExtractionIsNotFollowed) {
   EXPECT_FALSE(fs::exists(dir / "a/evil3.txt"));
 }
 
+// Stored modes come out without setuid/setgid/sticky and masked by the
+// umask: an archive cannot make a world-writable or set-id file.
+constexpr const char* kModes = R"(
+import io, tarfile, zipfile
+modes = {'wide': 0o777, 'setid': 0o4755, 'plain': 0o644, 'open': 0o666, 'ro': 0o444}
+with tarfile.open('modes.tar', 'w') as t:
+    for name, mode in modes.items():
+        info = tarfile.TarInfo(name)
+        info.size = 1
+        info.mode = mode
+        t.addfile(info, io.BytesIO(b'x'))
+with zipfile.ZipFile('modes.zip', 'w') as z:
+    for name, mode in modes.items():
+        info = zipfile.ZipInfo(name)
+        info.create_system = 3
+        info.external_attr = (0o100000 | mode) << 16
+        z.writestr(info, 'x')
+)";
+
+void expectMaskedModes(const fs::path& out) {
+  EXPECT_EQ(modeOf(out / "wide"), 0755u);
+  EXPECT_EQ(modeOf(out / "setid"), 0755u);
+  EXPECT_EQ(modeOf(out / "plain"), 0644u);
+  EXPECT_EQ(modeOf(out / "open"), 0644u);
+  EXPECT_EQ(modeOf(out / "ro"), 0444u);
+}
+
+TEST(ExtractedModes, StoredModesAreMaskedAndStripped) {
+  ScopedUmask mask(022);
+  ScratchDir dir;
+  ASSERT_TRUE(runPython(dir.path(), kModes));
+  {
+    SCOPED_TRACE("tar");
+    UTarManager tar((dir / "modes.tar").string(), nullptr, nullptr, "");
+    ASSERT_TRUE(tar.unArchivePath((dir / "tar").string()));
+    expectMaskedModes(dir / "tar");
+  }
+  {
+    SCOPED_TRACE("zip");
+    UZipArchive zip((dir / "modes.zip").string(), nullptr, nullptr, "");
+    ASSERT_TRUE(zip.listFiles());
+    ASSERT_TRUE(zip.unArchivePath((dir / "zip").string()));
+    expectMaskedModes(dir / "zip");
+  }
+  {
+    SCOPED_TRACE("one-call zip");
+    std::optional<Error> error;
+    ASSERT_TRUE(SSZipArchive::unzipFileAtPath((dir / "modes.zip").string(),
+                                              (dir / "sszip").string(), true, "", &error, nullptr));
+    expectMaskedModes(dir / "sszip");
+  }
+}
+
 }  // namespace
 }  // namespace harbor::test

@@ -85,6 +85,8 @@ with tarfile.open('t.tar', 'w', format=tarfile.USTAR_FORMAT) as t:
 data = bytearray(open('t.tar', 'rb').read())
 bad = bytearray(data)
 bad[1024 + 156] = ord('9')
+bad[1024 + 148:1024 + 156] = b'        '
+bad[1024 + 148:1024 + 155] = b'%06o\0' % sum(bad[1024:1536])
 open('unknown.tar', 'wb').write(bad)
 open('cut.tar', 'wb').write(data[:512 + 1])
 # Many trailing zero blocks are just the end.
@@ -103,6 +105,41 @@ open('zeros.tar', 'wb').write(data + bytes(512 * 40))
   UTarManager zeros((dir / "zeros.tar").string(), nullptr, nullptr, "");
   EXPECT_TRUE(zeros.listFiles());
   EXPECT_EQ(entryPaths(zeros), (std::vector<std::string>{"first.txt", "second.txt"}));
+}
+
+TEST_F(TarArchiveTest, HeaderChecksums) {
+  ASSERT_TRUE(runPython(dir.path(), R"(
+import io, tarfile
+def tar(path, names):
+    with tarfile.open(path, 'w', format=tarfile.USTAR_FORMAT) as t:
+        for name in names:
+            i = tarfile.TarInfo(name); i.size = 3
+            t.addfile(i, io.BytesIO(b'abc'))
+    return bytearray(open(path, 'rb').read())
+def restamp(data, at, signed):
+    data[at + 148:at + 156] = b'        '
+    total = sum((b - 256 if signed and b > 127 else b) for b in data[at:at + 512])
+    data[at + 148:at + 156] = b'%06o\0 ' % (total & 0o7777777)
+data = tar('t.tar', ['first.txt', 'second.txt'])
+damaged = bytearray(data)
+damaged[1024 + 136] ^= 1  # one bit of the second entry's date
+open('damaged.tar', 'wb').write(damaged)
+# Old tars summed signed bytes; with a high byte in the name the sums differ.
+old = tar('u.tar', ['\u00e9t\u00e9.txt'])
+restamp(old, 0, True)
+open('signed.tar', 'wb').write(old)
+)"));
+  UTarManager damaged((dir / "damaged.tar").string(), nullptr, nullptr, "");
+  EXPECT_FALSE(damaged.listFiles());
+  ASSERT_TRUE(damaged.archiveError());
+  EXPECT_EQ(damaged.archiveError()->code, 4);
+  EXPECT_EQ(entryPaths(damaged), (std::vector<std::string>{"first.txt"}));
+  EXPECT_FALSE(damaged.unArchivePath((dir / "damaged-out").string()));
+  EXPECT_EQ(damaged.archiveError()->code, 4);
+
+  UTarManager signedSum((dir / "signed.tar").string(), nullptr, nullptr, "");
+  ASSERT_TRUE(signedSum.listFiles());
+  EXPECT_EQ(entryPaths(signedSum), (std::vector<std::string>{"\u00e9t\u00e9.txt"}));
 }
 
 TEST_F(TarArchiveTest, OctalAndBase256Sizes) {

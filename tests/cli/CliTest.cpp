@@ -115,6 +115,18 @@ TEST_F(Cli, ImportedNamesNeverCollide) {
   EXPECT_EQ(harbor({"import"}).code, 2);
 }
 
+TEST_F(Cli, ImportKeepsTheFilesMode) {
+  test::ScopedUmask mask(022);
+  test::ScratchDir src;
+  test::writeFile(src / "plain.txt", "1");
+  fs::permissions(src / "plain.txt", static_cast<fs::perms>(0644));
+  test::writeFile(src / "tool.sh", "2");
+  fs::permissions(src / "tool.sh", static_cast<fs::perms>(0755));
+  ASSERT_EQ(harbor({"import", (src / "plain.txt").string(), (src / "tool.sh").string()}).code, 0);
+  EXPECT_EQ(test::modeOf(root() / "Imported" / "plain.txt"), 0644u);
+  EXPECT_EQ(test::modeOf(root() / "Imported" / "tool.sh"), 0755u);
+}
+
 }  // namespace
 }  // namespace harbor
 
@@ -160,6 +172,46 @@ TEST_F(FileCommands, ListSizeAndCopyAsScriptsSeeThem) {
   ASSERT_EQ(harbor({"cp", (root() / "b.txt").string(), dest.path().string()}).code, 0);
   EXPECT_TRUE(fs::exists(dest / "b 2.txt"));
   EXPECT_NE(harbor({"cp", (root() / "missing").string(), dest.path().string()}).code, 0);
+}
+
+TEST_F(FileCommands, ASearchCutAtItsLimitSaysSo) {
+  for (int d = 0; d < 30; ++d) {
+    for (int f = 0; f < 40; ++f) {
+      test::writeFile(root() / ("d" + std::to_string(d)) / ("hit" + std::to_string(f)), "");
+    }
+  }
+  Result cut = harbor({"ls", "--search", "hit", "--json"});
+  ASSERT_EQ(cut.code, 0);
+  auto j = nlohmann::json::parse(cut.out, nullptr, false);
+  EXPECT_EQ(j["truncated"], true);
+  // The keys scripts already read keep their place.
+  EXPECT_EQ(j.begin().key(), "path");
+  Result text = harbor({"ls", "--search", "hit"});
+  ASSERT_EQ(text.code, 0);
+  const std::string lastLine = text.out.substr(text.out.rfind('\n', text.out.size() - 2) + 1);
+  EXPECT_NE(lastLine.find("cut"), std::string::npos) << lastLine;
+
+  Result whole = harbor({"ls", "--search", "hit39", "--json"});
+  ASSERT_EQ(whole.code, 0);
+  EXPECT_FALSE(nlohmann::json::parse(whole.out, nullptr, false).contains("truncated"));
+  EXPECT_EQ(harbor({"ls", "--search", "hit39"}).out.find("cut"), std::string::npos);
+}
+
+TEST_F(FileCommands, DuCountsALinkByItselfWhereverItStands) {
+  test::ScratchDir dir;
+  test::writeFile(dir / "big" / "data", std::string(5000, 'd'));
+  test::writeFile(dir / "sub" / "f", "ff");
+  fs::create_directory_symlink(dir / "big", dir / "sub" / "direct");
+  const auto linkSize = fs::symlink_status(dir / "sub" / "direct").type() == fs::file_type::symlink
+                            ? fs::read_symlink(dir / "sub" / "direct").string().size()
+                            : 0;
+  auto total = [&](const fs::path& p) {
+    Result r = harbor({"du", p.string(), "--json"});
+    EXPECT_EQ(r.code, 0);
+    return nlohmann::json::parse(r.out, nullptr, false)["totalSize"].get<std::uint64_t>();
+  };
+  EXPECT_EQ(total(dir / "sub"), 2 + linkSize);
+  EXPECT_EQ(total(dir.path()), 5000 + 2 + linkSize);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "filemanager/CommonUtil.h"
+#include "filemanager/FileListItem.h"
 #include "filemanager/FileManagerUtil.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/TempDirectoryUtil.h"
@@ -89,6 +90,37 @@ TEST_F(FileBookkeeping, ListingOneFolder) {
   std::vector<std::string> pngs;
   FileUtil::contentsOfFolder(in, pngs, {"png"});
   EXPECT_EQ(pngs, (std::vector<std::string>{in + "/b.PNG", in + "/sub/deep.png"}));
+}
+
+TEST_F(FileBookkeeping, EveryListingIgnoresTheSameNames) {
+  const std::string in = (root() / "in").string();
+  writeFile(in + "/a.txt", "");
+  for (const auto& name : FileUtil::ignoreFileNames()) writeFile(in + "/" + name + "/inner", "");
+  writeFile(in + "/sub/Thumbs.db", "");
+  writeFile(in + "/sub/.DS_Store", "");
+  const std::vector<std::string> onlyA{in + "/a.txt"};
+
+  std::vector<std::string> files;
+  CommonUtil::filesInCurrentFolder(in, files, true, {});
+  EXPECT_EQ(files, (std::vector<std::string>{in + "/a.txt", in + "/sub"}));
+  EXPECT_EQ(FileUtil::getTotalAllFilesFullPath(in), onlyA);
+  files.clear();
+  FileUtil::contentsOfFolder(in, files, {});
+  EXPECT_EQ(files, onlyA);
+  EXPECT_EQ(FileUtil::getCurrentFilesAndFoldersFullPath(in, true),
+            (std::vector<std::string>{in + "/a.txt", in + "/sub"}));
+  FileListItem tree(in);
+  FileUtil::recuriseFileModelList(tree);
+  std::vector<std::string> names;
+  for (const auto& child : tree.childrens()) names.push_back(child->filename());
+  EXPECT_EQ(names, (std::vector<std::string>{"a.txt", "sub"}));
+
+  files = FileUtil::ignoreFileNames();
+  files.push_back("keep");
+  FileManagerUtil::ignoreFile(files);
+  EXPECT_EQ(files, std::vector<std::string>{"keep"});
+  EXPECT_TRUE(FileUtil::isIgnoredPath("x/__MACOSX/y"));
+  EXPECT_FALSE(FileUtil::isIgnoredPath("x/Thumbs.db.txt"));
 }
 
 TEST_F(FileBookkeeping, TemporaryFolders) {

@@ -198,9 +198,12 @@ TEST(FileNames, HiddenAndIgnored) {
   EXPECT_EQ(FileManagerUtil::trimLeftPoingOfFileName("/a/..x"), ".x");
   std::vector<std::string> files{"/a/.DS_Store", "__MACOSX", "Thumbs.db", ".keep"};
   FileManagerUtil::ignoreFile(files);
-  EXPECT_EQ(files, (std::vector<std::string>{"Thumbs.db", ".keep"}));
+  EXPECT_EQ(files, (std::vector<std::string>{".keep"}));
   EXPECT_EQ(FileManagerUtil::getRelativeTo("/a/b/c", "/a/b"), "/c");
   EXPECT_EQ(FileManagerUtil::getRelativeTo("/x/b/c", "/a/b"), "");
+  // A sibling whose name only starts like the base is not inside it.
+  EXPECT_EQ(FileManagerUtil::getRelativeTo("/a/bc/d", "/a/b"), "");
+  EXPECT_EQ(FileManagerUtil::getRelativeTo("/a/b/c/", "/a/b/"), "/c");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <random>
 
+#include "ProgressRecorder.h"
 #include "filemanager/FilePropertyCopyFile.h"
 #include "filemanager/FilePropertyCopyURLS.h"
 #include "filemanager/FileUtil.h"
@@ -31,8 +32,10 @@ std::string noise(std::size_t size, unsigned salt = 7) {
   return s;
 }
 
-// Runs `hook` once, on the first progress report of a copy; reports come
-// from several readers at once.
+using test::RecordingProgress;
+
+// Runs `hook` once, on the first progress report of a copy; reports may
+// come from several copies at once.
 class OnFirstProgress : public ActionProgressCounter {
  public:
   explicit OnFirstProgress(std::function<void()> hook) : hook_(std::move(hook)) {}
@@ -90,59 +93,44 @@ class Copying : public test::TempHome {
 
 TEST_F(Copying, OneFileInBlocks) {
   writeFile(src / "empty", "");
-  FilePropertyCopyFile empty((src / "empty").string(), (dst / "empty").string(), true, false,
-                             nullptr);
-  EXPECT_TRUE(empty.execute());
-  EXPECT_EQ(empty.operationCount(), 0u);
+  EXPECT_TRUE(FilePropertyCopyFile::execute((src / "empty").string(), (dst / "empty").string(),
+                                            true, false, nullptr));
   EXPECT_TRUE(fs::exists(dst / "empty"));
   EXPECT_EQ(fs::file_size(dst / "empty"), 0u);
 
-  const std::string twoBlocks = noise(kBlock + 1);
-  writeFile(src / "two", twoBlocks);
-  FilePropertyCopyFile two((src / "two").string(), (dst / "two").string(), true, false, nullptr);
-  EXPECT_TRUE(two.execute());
-  EXPECT_EQ(two.operationCount(), 2u);
-  EXPECT_EQ(readFile(dst / "two"), twoBlocks);
-
-  const std::string many = noise(3 * 1024 * 1024 + 17, 3);
+  const std::string many = noise(3 * kBlock + 17, 3);
   writeFile(src / "many", many);
-  ActionProgressCounter progress;
-  FilePropertyCopyFile big((src / "many").string(), (dst / "many").string(), true, false,
-                           &progress);
-  EXPECT_TRUE(big.execute());
-  EXPECT_EQ(big.operationCount(), (many.size() + kBlock - 1) / kBlock);
-  EXPECT_EQ(progress.currentSize(), many.size());
+  writeFile(dst / "many", noise(5 * kBlock));  // a longer old target is replaced whole
+  RecordingProgress progress;
+  ASSERT_TRUE(FilePropertyCopyFile::execute((src / "many").string(), (dst / "many").string(), true,
+                                            false, &progress));
   EXPECT_EQ(readFile(dst / "many"), many);
+  EXPECT_EQ(progress.currentSize(), many.size());
+  EXPECT_GE(progress.blocks.size(), 4u);
+  for (auto units : progress.blocks) EXPECT_LE(units, kBlock);
 
   // Copying a file onto itself must not empty it.
   Error error;
-  EXPECT_FALSE(FilePropertyCopyFile::execute((src / "two").string(), (src / "two").string(), true,
+  EXPECT_FALSE(FilePropertyCopyFile::execute((src / "many").string(), (src / "many").string(), true,
                                              false, nullptr, &error));
-  EXPECT_EQ(readFile(src / "two"), twoBlocks);
+  EXPECT_EQ(readFile(src / "many"), many);
   EXPECT_FALSE(FilePropertyCopyFile::execute((src / "missing").string(), (dst / "missing").string(),
                                              true, false, nullptr, &error));
   EXPECT_EQ(error.code, ENOENT);
   EXPECT_FALSE(fs::exists(dst / "missing"));
 }
 
-TEST_F(Copying, BlocksAreWrittenInOrderAndTheCacheHoldsReadersBack) {
-  writeFile(src / "s", "x");
-  const fs::path target = dst / "t";
-  FilePropertyCopyFile copy((src / "s").string(), target.string(), true, false, nullptr);
-  auto block = [](char c) { return std::make_shared<const FileBlock>(kBlock, c); };
-
-  EXPECT_TRUE(copy.onWriteBuffer(block('b'), kBlock));
-  EXPECT_EQ(fs::file_size(target), 0u);
-  EXPECT_TRUE(copy.onWriteBuffer(block('a'), 0));
-  EXPECT_EQ(readFile(target), std::string(kBlock, 'a') + std::string(kBlock, 'b'));
-
-  // Nineteen blocks waiting for the one before them: the last is refused.
-  for (std::uint64_t i = 3; i < 21; ++i) EXPECT_TRUE(copy.onWriteBuffer(block('n'), i * kBlock));
-  EXPECT_FALSE(copy.onWriteBuffer(block('n'), 21 * kBlock));
-  // Offered again, a held block is not stored twice.
-  EXPECT_FALSE(copy.onWriteBuffer(block('n'), 21 * kBlock));
-  EXPECT_TRUE(copy.onWriteBuffer(block('c'), 2 * kBlock));
-  EXPECT_EQ(fs::file_size(target), 22 * kBlock);
+TEST_F(Copying, CancellationStopsBetweenBlocksAndRemovesThePart) {
+  writeFile(src / "big", noise(4 * kBlock));
+  RecordingProgress progress;
+  FilePropertyCopyFile cancelled((src / "big").string(), (dst / "big").string(), true, false,
+                                 &progress);
+  progress.onBlock = [&] { cancelled.cancel(); };
+  EXPECT_FALSE(cancelled.execute());
+  EXPECT_EQ(progress.blocks.size(), 1u);
+  ASSERT_TRUE(cancelled.error());
+  EXPECT_EQ(cancelled.error()->code, ECANCELED);
+  EXPECT_FALSE(fs::exists(dst / "big"));
 }
 
 TEST_F(Copying, ASelectionLandsUnderFreeNames) {

@@ -94,6 +94,19 @@ TEST_F(TreeWalk, LinksAreFollowedAtTheTopOnlyAndNeverLoop) {
   EXPECT_EQ(std::count(all.begin(), all.end(), top + "/sub/up"), 1);
 }
 
+TEST_F(TreeWalk, ALinkStandingInTheSelectedFolderIsNotFollowed) {
+  fs::create_directory_symlink(top + "/sub", top + "/direct");
+  const auto linkSize = FileUtil::getFileSize(top + "/direct");
+  auto expectLinkAlone = [&](FilePropertyFileNumAndSize& walk) {
+    EXPECT_EQ(walk.execute(), 56u + linkSize);
+    EXPECT_EQ(walk.fileNumber(), 7u);
+  };
+  expectLinkAlone(*FilePropertyFileNumAndSize::instanceWithFileURL(top));
+  expectLinkAlone(*FilePropertyFileNumAndSize::instanceWithURLs({top}));
+  // Named one level up, the same link counts the same.
+  EXPECT_EQ(FilePropertyTotalSize::filesizeWithURLs({top, top + "/a.txt"}), 56u + linkSize + 3u);
+}
+
 TEST_F(TreeWalk, AllPathsListParentsBeforeTheirContents) {
   EXPECT_EQ(sorted(FilePropertyTotalFiles::filesizeWithURLs({top + "/a.txt", top + "/sub/sub2"})),
             sorted({top + "/a.txt", top + "/sub/sub2", top + "/sub/sub2/c"}));
@@ -143,9 +156,14 @@ TEST_F(TreeWalk, SearchStopsSoonAfterAThousandHits) {
       writeFile(many + "/d" + std::to_string(d) + "/hit" + std::to_string(f), "");
     }
   }
-  Paths hits = FilePropertySearchFiles::searchWithURL(many, "hit");
+  FilePropertySearchFiles search({many}, "hit");
+  Paths hits = search.execute();
   EXPECT_GE(hits.size(), 1001u);
   EXPECT_LT(hits.size(), 2000u);
+  EXPECT_TRUE(search.isTruncated());
+  FilePropertySearchFiles few({many}, "hit49");
+  EXPECT_EQ(few.execute().size(), 40u);
+  EXPECT_FALSE(few.isTruncated());
 }
 
 TEST_F(TreeWalk, CancellationReachesEveryLiveWalker) {

@@ -1,5 +1,6 @@
 #include "support/TestSupport.h"
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -54,6 +55,18 @@ void TempHome::TearDown() {
 
 fs::path TempHome::root() const {
   return Directories::documentDirectory();
+}
+
+ScopedUmask::ScopedUmask(unsigned mask) : saved_(::umask(static_cast<mode_t>(mask))) {}
+
+ScopedUmask::~ScopedUmask() {
+  ::umask(static_cast<mode_t>(saved_));
+}
+
+unsigned modeOf(const std::filesystem::path& p) {
+  struct stat st;
+  if (::lstat(p.c_str(), &st) != 0) return ~0u;
+  return static_cast<unsigned>(st.st_mode & 07777);
 }
 
 ScratchDir::ScratchDir() : path_(makeTempDir()) {}

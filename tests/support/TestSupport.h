@@ -33,6 +33,21 @@ class TempHome : public ::testing::Test {
   std::vector<std::pair<std::string, std::optional<std::string>>> savedEnv_;
 };
 
+// Sets the process umask while it lives.
+class ScopedUmask {
+ public:
+  explicit ScopedUmask(unsigned mask);
+  ~ScopedUmask();
+  ScopedUmask(const ScopedUmask&) = delete;
+  ScopedUmask& operator=(const ScopedUmask&) = delete;
+
+ private:
+  unsigned saved_;
+};
+
+// The permission bits of `p` itself (links are not followed).
+unsigned modeOf(const std::filesystem::path& p);
+
 // A fresh empty folder, removed when the object goes.
 class ScratchDir {
  public:

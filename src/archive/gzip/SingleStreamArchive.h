@@ -39,10 +39,8 @@ class SingleStreamArchive : public ArchiveBase {
   // compressed file `position()` is (asked only then: it may cost a call).
   template <class Position>
   void addExpanded(std::uint64_t n, Position position) {
-    progressSize_ += n;
-    if (progressSize_ > kProgressStep) {
-      if (actionDelegate_) actionDelegate_->progressUpdateCurrentSize(position());
-      progressSize_ = 0;
+    if (progressSize_.add(n) && actionDelegate_) {
+      actionDelegate_->progressUpdateCurrentSize(position());
     }
   }
 

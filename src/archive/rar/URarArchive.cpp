@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "filemanager/FileUtil.h"
+#include "platform/Paths.h"
 #include "platform/Unicode.h"
 
 namespace harbor {
@@ -109,7 +110,7 @@ bool URarArchive::walk(const ZipEntry* selected, const std::string* destination)
           date, !isDir));
       continue;
     }
-    if (selected && !(name == prefix || (!selected->isLeaf() && name.starts_with(prefix))))
+    if (selected && !(name == prefix || (!selected->isLeaf() && isPathAtOrBelow(name, prefix))))
       continue;
     const std::string relative = name.substr(std::min(base.size(), name.size()));
     auto target = safeTarget(*destination, relative);
@@ -150,7 +151,7 @@ bool URarArchive::walk(const ZipEntry* selected, const std::string* destination)
       }
       return false;
     }
-    applyAttributes(*target, archive_entry_perm(e) ? (archive_entry_perm(e) | 0600) : 0, date);
+    applyAttributes(*target, static_cast<unsigned>(archive_entry_perm(e)), date);
   }
   isCheckContainsPassword_ = true;
   return true;

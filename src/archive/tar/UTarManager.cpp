@@ -27,8 +27,18 @@ std::uint64_t padded(std::uint64_t size) {
   return (size + kBlock - 1) / kBlock * kBlock;
 }
 
-std::string field(const char* p, std::size_t n) {
-  return std::string(p, strnlen(p, n));
+template <std::size_t N>
+std::string textField(const char (&field)[N]) {
+  return std::string(field, strnlen(field, N));
+}
+
+template <std::size_t N>
+std::uint64_t numberField(const char (&field)[N]) {
+  return UTarManager::charToUnsignedLongLong(field, N);
+}
+
+Error damagedHeader() {
+  return {kArchiveErrorDomain, kArchiveErrorArchive, "Archive issues: a damaged header"};
 }
 
 bool allZero(const char* p, std::size_t n) {
@@ -84,15 +94,14 @@ std::uint64_t UTarManager::charToUnsignedLongLong(const char* p, std::size_t n) 
   return v;
 }
 
-std::string UTarManager::fullName(const char* block) {
+std::string UTarManager::fullName(const TarHeader& header) {
   std::string name;
   if (!longName_.empty()) {
     name = longName_;
   } else {
-    name = charToString(block, strnlen(block, 100));
-    // Only POSIX ustar keeps a prefix there; GNU's old format keeps times.
-    if (std::memcmp(block + 257, "ustar\0", 6) == 0 && block[345]) {
-      name = charToString(block + 345, strnlen(block + 345, 155)) + "/" + name;
+    name = charToString(header.name, strnlen(header.name, sizeof header.name));
+    if (header.isUstar() && header.prefix[0]) {
+      name = charToString(header.prefix, strnlen(header.prefix, sizeof header.prefix)) + "/" + name;
     }
   }
   for (char& c : name)
@@ -105,17 +114,16 @@ bool UTarManager::listFiles() {
   return extractFile(true);
 }
 
-bool UTarManager::createFile(const std::string& name, const char* block, std::uint64_t size,
+bool UTarManager::createFile(const std::string& name, const TarHeader& header, std::uint64_t size,
                              FILE* file, const std::string& relativeBase) {
   const std::string relative = name.substr(std::min(relativeBase.size(), name.size()));
-  const unsigned mode = static_cast<unsigned>(charToUnsignedLongLong(block + 100, 8));
-  const auto date =
-      getDateWithInterval(static_cast<std::int64_t>(charToUnsignedLongLong(block + 136, 12)));
+  const unsigned mode = static_cast<unsigned>(numberField(header.mode));
+  const auto date = getDateWithInterval(static_cast<std::int64_t>(numberField(header.mtime)));
   auto target = safeTarget(destination_, relative);
-  if (block[156] == '2') {
+  if (header.typeflag == '2') {
     if (!target) return true;
-    return makeLink(destination_, *target, longLink_.empty() ? field(block + 157, 100) : longLink_,
-                    name);
+    return makeLink(destination_, *target,
+                    longLink_.empty() ? textField(header.linkname) : longLink_, name);
   }
   if (!target) {
     return std::fseek(file, static_cast<long>(size), SEEK_CUR) == 0;
@@ -153,27 +161,29 @@ bool UTarManager::extractFile(bool list) {
   }
   FILE* f = file.get();
   const std::uint64_t total = fileSizeOf(f);
-  char block[kBlock];
+  TarHeader header;
   std::uint64_t pos = 0;
   while (pos < total) {
     if (checkCancelled()) return false;
-    if (std::fread(block, 1, kBlock, f) != kBlock) break;
+    if (std::fread(&header, 1, kBlock, f) != kBlock) break;
     pos += kBlock;
-    const std::uint64_t size = charToUnsignedLongLong(block + 124, 12);
+    // End-of-archive blocks carry no checksum; anything else must.
+    if (header.isZeroBlock()) continue;
+    const std::uint64_t size = numberField(header.size);
     const std::uint64_t dataStart = pos;
-    if (size > total) {
-      setError({kArchiveErrorDomain, kArchiveErrorArchive, "Archive issues: a damaged header"});
+    if (!header.checksumMatches() || size > total) {
+      setError(damagedHeader());
       return false;
     }
-    const char type = block[156];
+    const char type = header.typeflag;
     bool dataConsumed = false;
     switch (type) {
       case '0':
       case '\0':
       case '2':
       case '7': {
-        if (allZero(block, 100) && longName_.empty()) break;  // end blocks
-        const std::string name = fullName(block);
+        if (allZero(header.name, sizeof header.name) && longName_.empty()) break;
+        const std::string name = fullName(header);
         longName_.clear();
         if (isIgnore(name)) {
           longLink_.clear();
@@ -181,28 +191,26 @@ bool UTarManager::extractFile(bool list) {
         }
         const bool link = type == '2';
         if (list) {
-          auto date = getDateWithInterval(
-              static_cast<std::int64_t>(charToUnsignedLongLong(block + 136, 12)));
+          auto date = getDateWithInterval(static_cast<std::int64_t>(numberField(header.mtime)));
           std::optional<std::string> alias;
-          if (link) alias = longLink_.empty() ? field(block + 157, 100) : longLink_;
+          if (link) alias = longLink_.empty() ? textField(header.linkname) : longLink_;
           rootEntry_->addToRootEntry(std::make_shared<ZipEntry>(name, FilePos{dataStart, 0}, 0,
                                                                 link ? 0 : size, link ? 0 : size, 0,
                                                                 alias, date, true));
         } else {
-          if (!createFile(name, block, link ? 0 : size, f, "")) return false;
+          if (!createFile(name, header, link ? 0 : size, f, "")) return false;
           dataConsumed = !link;
         }
         longLink_.clear();
         break;
       }
       case '5': {
-        std::string name = fullName(block);
+        std::string name = fullName(header);
         longName_.clear();
         if (isIgnore(name)) break;
         if (name.empty()) break;
         if (name.back() != '/') name += '/';
-        auto date =
-            getDateWithInterval(static_cast<std::int64_t>(charToUnsignedLongLong(block + 136, 12)));
+        auto date = getDateWithInterval(static_cast<std::int64_t>(numberField(header.mtime)));
         if (list) {
           rootEntry_->addToRootEntry(std::make_shared<ZipEntry>(name, FilePos{dataStart, 0}, 0, 0,
                                                                 0, 0, std::nullopt, date, false));
@@ -287,16 +295,21 @@ bool UTarManager::unArchiveAssignDetailPath(const ZipEntry& entry, const std::st
       if (!unArchiveAssignDetailPath(*child, base, file)) return false;
     return true;
   }
-  char block[kBlock];
+  TarHeader header;
   const auto dataStart = entry.getFilePos().pos_in_zip_directory;
   if (dataStart < kBlock ||
       std::fseek(file, static_cast<long>(dataStart - kBlock), SEEK_SET) != 0 ||
-      std::fread(block, 1, kBlock, file) != kBlock) {
+      std::fread(&header, 1, kBlock, file) != kBlock) {
     setError(errorArchive());
     return false;
   }
-  const std::uint64_t size = block[156] == '2' ? 0 : charToUnsignedLongLong(block + 124, 12);
-  return createFile(entry.path(), block, size, file, base);
+  // The archive may have changed since it was listed.
+  if (!header.checksumMatches()) {
+    setError(damagedHeader());
+    return false;
+  }
+  const std::uint64_t size = header.typeflag == '2' ? 0 : numberField(header.size);
+  return createFile(entry.path(), header, size, file, base);
 }
 
 bool UTarManager::unArchivePath(const ZipEntry* entry, const std::string& destination) {

@@ -3,10 +3,12 @@
 #include <cstdio>
 
 #include "archive/ArchiveBase.h"
+#include "archive/tar/TarHeader.h"
 
 namespace harbor {
 
-// Reads tar archives (ustar, GNU long names; pax records are skipped).
+// Reads tar archives (ustar, GNU long names; pax records are skipped). A
+// header whose checksum fails makes the archive damaged (error 4).
 // Dates count from 1970 GMT.
 class UTarManager : public ArchiveBase {
  public:
@@ -23,11 +25,10 @@ class UTarManager : public ArchiveBase {
   static std::uint64_t charToUnsignedLongLong(const char* field, std::size_t length);
 
  private:
-  struct Header;
   // Walks the archive: listing (true) or extracting to destination_ (false).
   bool extractFile(bool list);
-  std::string fullName(const char* block);
-  bool createFile(const std::string& name, const char* block, std::uint64_t size, FILE* file,
+  std::string fullName(const TarHeader& header);
+  bool createFile(const std::string& name, const TarHeader& header, std::uint64_t size, FILE* file,
                   const std::string& relativeBase);
   bool unArchiveAssignDetailPath(const ZipEntry& entry, const std::string& base, FILE* file);
 

@@ -9,6 +9,7 @@
 #include "archive/SafeExtraction.h"
 #include "archive/zip/ZipEntryReader.h"
 #include "encoding/StringEncodings.h"
+#include "filemanager/FileModes.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
@@ -35,7 +36,7 @@ std::string decodeName(const std::vector<char>& raw, std::size_t length) {
 void setAttributes(const std::string& path, unsigned mode,
                    const std::optional<std::chrono::system_clock::time_point>& date) {
   bool ok = true;
-  if (mode & 0777) ok = FileUtil::setFilePermission(path, (mode & 0777) | 0600);
+  ok = FileModes::apply(path, FileModes::forArchiveEntry(mode, false));
   if (date) ok = FileUtil::setFileModifiedDate(*date, path) && ok;
   if (!ok) HB_LOG("SSZipArchive", "Failed to set attributes");
 }

@@ -57,7 +57,7 @@ bool isEmptyZip(const std::string& path) {
 }  // namespace
 
 bool UZipArchive::openArchive() {
-  progressSize_ = 0;
+  progressSize_.reset();
   error_.reset();
   closeArchive();
   zip_ = unzOpen64(filePath_.c_str());

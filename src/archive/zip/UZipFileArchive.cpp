@@ -4,14 +4,19 @@
 #include <sys/stat.h>
 #include <zlib.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <functional>
 #include <vector>
 
 #include "archive/ArchiveError.h"
+#include "archive/SafeExtraction.h"
 #include "archive/zip/ZipCrypto.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
@@ -25,7 +30,6 @@ constexpr std::uint32_t kDirAttributes = 0x41ED0000;
 constexpr std::uint32_t kLinkAttributes = 0xA1A40000;
 constexpr std::uint32_t kFileAttributes = 0x81A40000;
 constexpr std::size_t kBlock = 64 * 1024;
-constexpr std::uint64_t kProgressStep = 2048000;
 
 zipFile handle(void* p) {
   return static_cast<zipFile>(p);
@@ -49,7 +53,13 @@ bool crcOfFile(const std::string& path, std::uint32_t& crc) {
 UZipFileArchive::UZipFileArchive(std::string filePath, IActionProgress* delegate,
                                  ZipPropertyOptions options)
     : ZipBase(std::move(filePath), delegate, std::move(options)) {
-  zipFile_ = zipOpen64(filePath_.c_str(), APPEND_STATUS_CREATE);
+  // Written beside the target under a hidden name, so that a run that
+  // could not add every source never leaves a file under the final name.
+  const fs::path target(filePath_);
+  tempPath_ = (target.parent_path() /
+               ("." + target.filename().string() + ".part-" + extraction::uniqueName()))
+                  .string();
+  zipFile_ = zipOpen64(tempPath_.c_str(), APPEND_STATUS_CREATE);
   if (!zipFile_) {
     zipMsg_.push_back("Can't open '" + FileUtil::getFileName(filePath_) + "'");
     error_ = errorFailedOpenFile();
@@ -64,7 +74,12 @@ bool UZipFileArchive::close() {
   if (!zipFile_) return false;
   bool ok = zipClose(handle(zipFile_), nullptr) == ZIP_OK;
   zipFile_ = nullptr;
-  return ok;
+  if (!ok) zipMsg_.push_back("Error in closing '" + FileUtil::getFileName(filePath_) + "'");
+  if (ok && zipMsg_.empty() && !cancelled_ &&
+      std::rename(tempPath_.c_str(), filePath_.c_str()) == 0)
+    return true;
+  ::unlink(tempPath_.c_str());
+  return false;
 }
 
 void UZipFileArchive::zip(const std::string& path) {
@@ -123,7 +138,10 @@ void UZipFileArchive::zipFolder(const std::string& path) {
   }
   std::sort(children.begin(), children.end());
   for (const auto& child : children) {
-    if (isCurrentThreadCancelled()) return;
+    if (isCurrentThreadCancelled()) {
+      cancelled_ = true;
+      return;
+    }
     zip(child.string());
   }
 }
@@ -148,9 +166,12 @@ void UZipFileArchive::zipFileToDesFile(const std::string& path) {
     return;
   }
   std::uint32_t crc = 0;
-  if (!password_.empty() && !crcOfFile(path, crc)) return;
   FILE* in = std::fopen(path.c_str(), "rb");
-  if (!in) return;
+  if (!in || (!password_.empty() && !crcOfFile(path, crc))) {
+    zipMsg_.push_back("cannot read '" + path + "': " + std::strerror(errno));
+    if (in) std::fclose(in);
+    return;
+  }
   struct stat st;
   std::uint32_t attributes = kFileAttributes;
   bool large = false;
@@ -162,10 +183,17 @@ void UZipFileArchive::zipFileToDesFile(const std::string& path) {
     std::fclose(in);
     return;
   }
+  bool readFailed = false;
   writeEntryData(name, crc, [&](char* buf, std::size_t cap) -> std::size_t {
-    if (isCurrentThreadCancelled()) return 0;
-    return std::fread(buf, 1, cap, in);
+    if (isCurrentThreadCancelled()) {
+      cancelled_ = true;
+      return 0;
+    }
+    const std::size_t n = std::fread(buf, 1, cap, in);
+    if (n == 0 && std::ferror(in)) readFailed = true;
+    return n;
   });
+  if (readFailed) zipMsg_.push_back("cannot read '" + path + "'");
   std::fclose(in);
 }
 
@@ -190,8 +218,12 @@ void UZipFileArchive::writeEntryData(const std::string& name, std::uint32_t crc,
   crypto.makeHeader(header, crc);
   if (zipWriteInFileInZip(zf, header, sizeof header) != ZIP_OK) failed = true;
   z_stream zs{};
-  deflateInit2(&zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL,
-               Z_DEFAULT_STRATEGY);
+  if (deflateInit2(&zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL,
+                   Z_DEFAULT_STRATEGY) != Z_OK) {
+    zipMsg_.push_back("Error in writing '" + name + "' in the zipfile");
+    zipCloseFileInZipRaw64(zf, 0, crc);
+    return;
+  }
   std::vector<unsigned char> out(kBlock);
   std::uint64_t total = 0;
   uLong realCrc = crc32(0, nullptr, 0);
@@ -224,11 +256,7 @@ void UZipFileArchive::writeEntryData(const std::string& name, std::uint32_t crc,
 }
 
 void UZipFileArchive::reportProgress(std::uint64_t bytes) {
-  progressSize_ += bytes;
-  if (progressSize_ > kProgressStep) {
-    if (delegate_) delegate_->progressFinished(progressSize_);
-    progressSize_ = 0;
-  }
+  if (auto due = progressSize_.add(bytes); due && delegate_) delegate_->progressFinished(*due);
 }
 
 }  // namespace harbor

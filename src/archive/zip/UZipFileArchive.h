@@ -11,11 +11,12 @@ namespace harbor {
 class UZipFileArchive : public ZipBase {
  public:
   UZipFileArchive(std::string filePath, IActionProgress* delegate, ZipPropertyOptions options);
-  ~UZipFileArchive() override;  // writes the central directory
+  ~UZipFileArchive() override;  // closes as close() does
 
   bool isOpen() const { return zipFile_ != nullptr; }
   void zip(const std::string& path) override;
-  // Closes the archive now; the file is complete afterwards.
+  // Finishes the archive and, when every item went in, moves it to its
+  // name; otherwise removes it. True when the archive stands complete.
   bool close();
 
   // Zips `files` (files or folders) into `desPath`, every entry named
@@ -38,6 +39,8 @@ class UZipFileArchive : public ZipBase {
   void reportProgress(std::uint64_t bytes);
 
   void* zipFile_ = nullptr;
+  std::string tempPath_;
+  bool cancelled_ = false;
 };
 
 }  // namespace harbor

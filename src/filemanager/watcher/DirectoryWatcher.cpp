@@ -29,6 +29,8 @@ constexpr std::uint32_t kMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED
                                 IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 }  // namespace
 
+const std::uint32_t DirectoryWatcher::kWatchedEvents = kMask;
+
 std::unique_ptr<DirectoryWatcher> DirectoryWatcher::watchFolderWithPath(
     const std::string& path, DirectoryWatcherDelegate* delegate) {
   if (path.empty() || !delegate) return nullptr;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,6 +23,10 @@ class DirectoryWatcherDelegate {
 // main thread; the delegate must outlive the watch.
 class DirectoryWatcher {
  public:
+  // The inotify events watched: entries of the folder itself appearing,
+  // going or changing names, and the folder itself going away.
+  static const std::uint32_t kWatchedEvents;
+
   // A watch already running, or null when either argument is missing or the
   // folder cannot be watched.
   static std::unique_ptr<DirectoryWatcher> watchFolderWithPath(const std::string& path,

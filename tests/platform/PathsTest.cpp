@@ -1,0 +1,26 @@
+#include <gtest/gtest.h>
+
+#include "platform/Paths.h"
+
+namespace harbor {
+namespace {
+
+TEST(Paths, InsideIsDecidedByWholeComponents) {
+  EXPECT_TRUE(isPathAtOrBelow("/a/b", "/a/b"));
+  EXPECT_TRUE(isPathAtOrBelow("/a/b/c", "/a/b/"));
+  EXPECT_TRUE(isPathAtOrBelow("/a//b/./c", "/a/b"));
+  EXPECT_TRUE(isPathAtOrBelow("/anything", "/"));
+  EXPECT_FALSE(isPathAtOrBelow("/a/bc", "/a/b"));
+  EXPECT_FALSE(isPathAtOrBelow("/a/bc/d", "/a/b"));
+  EXPECT_FALSE(isPathAtOrBelow("/a", "/a/b"));
+  EXPECT_FALSE(isPathAtOrBelow("/x/a/b", "/a/b"));
+
+  EXPECT_EQ(relativePathBelow("/a/b/c/d", "/a/b"), "/c/d");
+  EXPECT_EQ(relativePathBelow("/a/b/c/", "/a/b/"), "/c");
+  EXPECT_EQ(relativePathBelow("/a/bc/d", "/a/b"), "");
+  EXPECT_EQ(relativePathBelow("/a/b", "/a/b"), "");
+  EXPECT_EQ(relativePathBelow("/x", "/"), "/x");
+}
+
+}  // namespace
+}  // namespace harbor
