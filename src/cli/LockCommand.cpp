@@ -8,6 +8,7 @@
 #include "filemanager/FileManagerUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"
+#include "platform/Paths.h"
 #include "platform/UserDefaults.h"
 
 namespace harbor::cli {

@@ -21,6 +21,7 @@
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/OperationQueue.h"
+#include "platform/Paths.h"
 #include "platform/Strings.h"
 #include "prefs/LoginPasswordUtil.h"
 
