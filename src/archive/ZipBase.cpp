@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "archive/7z/U7ZArchive.h"
+#include "archive/7z/U7zZip.h"
 #include "archive/IArchive.h"
 #include "archive/gzip/SingleStreamArchive.h"
 #include "archive/rar/URarArchive.h"
@@ -42,9 +44,19 @@ std::unique_ptr<ZipBase> ArchiveFactory::createZipFactory(const std::vector<std:
                                                           IActionProgress* delegate,
                                                           const std::string& desPath,
                                                           const ZipPropertyOptions& options) {
-  if (toLower(FileUtil::getFileExtension(desPath)) != "zip") return nullptr;
-  auto writer = std::make_unique<UZipFileArchive>(desPath, delegate, options);
-  if (!writer->isOpen()) return writer;
+  const std::string ext = toLower(FileUtil::getFileExtension(desPath));
+  std::unique_ptr<ZipBase> writer;
+  if (ext == "zip") {
+    auto zip = std::make_unique<UZipFileArchive>(desPath, delegate, options);
+    if (!zip->isOpen()) return zip;
+    writer = std::move(zip);
+  } else if (ext == "7z") {
+    auto sevenZip = std::make_unique<U7zZip>(desPath, delegate, options);
+    if (!sevenZip->isOpen()) return sevenZip;
+    writer = std::move(sevenZip);
+  } else {
+    return nullptr;
+  }
   for (const auto& source : sources) {
     if (isCurrentThreadCancelled()) break;
     std::string clean = source;
@@ -64,6 +76,7 @@ std::unique_ptr<IArchive> ArchiveFactory::createReader(const std::string& path,
     return std::make_unique<UZipArchive>(path, root, nullptr, password);
   if (ext == "rar" || ext == "cbr")
     return std::make_unique<URarArchive>(path, root, nullptr, password);
+  if (ext == "7z") return std::make_unique<U7ZArchive>(path, root, nullptr, password);
   if (ext == "tar") return std::make_unique<UTarManager>(path, root, nullptr, password);
   if (ext == "gz" || ext == "tgz" || ext == "gzip")
     return std::make_unique<UGZipArchive>(path, root, nullptr, password);

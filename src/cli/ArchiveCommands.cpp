@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "archive/7z/U7zZip.h"
 #include "archive/IArchive.h"
 #include "archive/ZipBase.h"
 #include "archive/zip/UZipFileArchive.h"
@@ -118,8 +119,10 @@ int runList(const ArchiveOptions& opts) {
   const bool listed = archive->listFiles();
   std::vector<const ZipEntry*> entries;
   collect(*archive->rootEntry(), entries);
-  // A list that stopped keeps what it had: shown, then the failure.
-  if (!listed && entries.empty()) return reportFailure(*archive, "list");
+  // A list that stopped keeps what it had: shown, then the failure. Names
+  // hidden behind a password still give the JSON saying so.
+  if (!listed && entries.empty() && !(opts.json && archive->isEncryptedFileName()))
+    return reportFailure(*archive, "list");
   const bool encrypted = archive->isEncrypted();
   if (opts.json) {
     nlohmann::json out;
@@ -198,14 +201,26 @@ int runCreate(const ArchiveOptions& opts) {
     }
     sources.push_back(fs::absolute(p).lexically_normal().string());
   }
-  if (toLower(FileUtil::getFileExtension(opts.file)) != "zip") {
-    std::cerr << "harbor: archive create: only .zip archives are written\n";
+  const std::string ext = toLower(FileUtil::getFileExtension(opts.file));
+  if (ext != "zip" && ext != "7z") {
+    std::cerr << "harbor: archive create: only .zip and .7z archives are written\n";
     return 2;
   }
   TerminalProgress progress(FileUtil::getFileSizeFiles(sources));
   ZipPropertyOptions options;
   options.password = opts.password;
   auto writer = ArchiveFactory::createZipFactory(sources, &progress, opts.file, options);
+  if (auto* sevenZip = dynamic_cast<U7zZip*>(writer.get())) {
+    // The archive is written by the time the factory returns.
+    if (!sevenZip->isOpen() || sevenZip->error()) {
+      const auto& error = sevenZip->error();
+      std::cerr << "harbor: archive create: cannot create " << opts.file << ": "
+                << (error ? error->message : std::string("failed")) << "\n";
+      return 1;
+    }
+    for (const auto& msg : writer->zipMsg()) std::cerr << "harbor: archive create: " << msg << "\n";
+    return writer->zipMsg().empty() ? 0 : 1;
+  }
   auto* zip = dynamic_cast<UZipFileArchive*>(writer.get());
   if (!zip || !zip->isOpen()) {
     std::cerr << "harbor: archive create: cannot create " << opts.file << "\n";
@@ -226,7 +241,7 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
 
   auto list = std::make_shared<ArchiveOptions>();
   CLI::App* listCmd = archive->add_subcommand("list", "List the entries of an archive");
-  listCmd->add_option("FILE", list->file, "zip, tar, gz, bz2 or rar archive")->required();
+  listCmd->add_option("FILE", list->file, "zip, 7z, tar, gz, bz2 or rar archive")->required();
   listCmd->add_option("--password", list->password, "Password of an encrypted archive");
   listCmd->add_flag("--json", list->json, "Print JSON");
   listCmd->callback([list, &exitCode] { exitCode = runList(*list); });
@@ -244,8 +259,8 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
   extractCmd->callback([extract, &exitCode] { exitCode = runExtract(*extract); });
 
   auto create = std::make_shared<ArchiveOptions>();
-  CLI::App* createCmd = archive->add_subcommand("create", "Create a zip archive");
-  createCmd->add_option("OUT", create->file, "The .zip to write")->required();
+  CLI::App* createCmd = archive->add_subcommand("create", "Create a zip or 7z archive");
+  createCmd->add_option("OUT", create->file, "The .zip or .7z to write")->required();
   createCmd->add_option("PATH", create->paths, "Files or folders to add")->required();
   createCmd->add_option("--password", create->password, "Encrypt the entries with a password");
   createCmd->callback([create, &exitCode] { exitCode = runCreate(*create); });
