@@ -324,6 +324,7 @@ bool Archive7zReader::extractTo(const std::vector<std::pair<ItemPtr, std::string
 
   // What goes where: folders and empty files at once, data folder by folder.
   std::map<std::size_t, std::vector<std::pair<std::size_t, std::string>>> byFolder;
+  std::vector<std::pair<std::size_t, std::string>> emptyFiles;
   for (const auto& [item, rel] : items) {
     if (!item) continue;
     if (item->index() < 0 || static_cast<std::size_t>(item->index()) >= db_.files.size()) {
@@ -353,7 +354,8 @@ bool Archive7zReader::extractTo(const std::vector<std::pair<ItemPtr, std::string
       continue;
     }
     if (!f.hasStream) {
-      if (!writeEntry(f, nullptr, destination, *target, rel, false)) return false;
+      // Written after the data, so a wrong password leaves no file at all.
+      emptyFiles.emplace_back(index, rel);
       continue;
     }
     progressTotal_ += f.size;
@@ -398,6 +400,15 @@ bool Archive7zReader::extractTo(const std::vector<std::pair<ItemPtr, std::string
       }
       position = f.offsetInFolder + f.size;
     }
+  }
+  for (const auto& [index, rel] : emptyFiles) {
+    std::string reason;
+    auto target = extraction::safeTarget(destination, rel, reason);
+    if (!target) {
+      refused_.push_back({rel, reason});
+      continue;
+    }
+    if (!writeEntry(db_.files[index], nullptr, destination, *target, rel, false)) return false;
   }
   return true;
 }
