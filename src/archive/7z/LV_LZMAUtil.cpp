@@ -25,8 +25,8 @@ std::string formatTime(const std::optional<Archive7zItem::Date>& date) {
 }
 
 bool extractItems(const std::string& archivePath, const std::string& dirName,
-                  const LV_LZMAUtil::ExtractFunc& func, const std::string* itemPath,
-                  bool fullpath, void* parameter) {
+                  const LV_LZMAUtil::ExtractFunc& func, const std::string* itemPath, bool fullpath,
+                  void* parameter) {
   Archive7zReader reader(archivePath);
   if (!reader.open(nullptr)) {
     printError("can not open input file");
@@ -48,7 +48,7 @@ bool extractItems(const std::string& archivePath, const std::string& dirName,
   }
   if (!reader.extract(items, dirName, fullpath)) {
     printError(reader.lastError() && reader.lastError()->code == 5 ? "can not open output file"
-                                                                    : "can not close output file");
+                                                                   : "can not close output file");
     return false;
   }
   if (func)

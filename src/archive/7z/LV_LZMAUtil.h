@@ -19,7 +19,8 @@ class LV_LZMAUtil {
   };
   using ListFunc = std::function<void(void* parameter, const ItemRecord& item)>;
   // Called after each extracted item with its name and size.
-  using ExtractFunc = std::function<void(void* parameter, const std::string& name, std::uint64_t size)>;
+  using ExtractFunc =
+      std::function<void(void* parameter, const std::string& name, std::uint64_t size)>;
 
   static bool listFiles(const std::string& archivePath, const ListFunc& func, void* parameter);
   static bool extract7zArchive(const std::string& archivePath, const std::string& dirName,
