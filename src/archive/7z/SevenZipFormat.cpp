@@ -623,7 +623,9 @@ bool parseHeader(const std::uint8_t* data, std::size_t size, Database& db, Strea
 
 std::vector<std::uint64_t> packStreamOffsets(const StreamsInfo& si) {
   std::vector<std::uint64_t> out;
-  std::uint64_t pos = kStartHeaderSize + si.packPos;
+  constexpr auto kMax = std::numeric_limits<std::uint64_t>::max();
+  // Positions past the end saturate; the reader checks them against the file.
+  std::uint64_t pos = si.packPos > kMax - kStartHeaderSize ? kMax : kStartHeaderSize + si.packPos;
   for (auto s : si.packSizes) {
     out.push_back(pos);
     pos = s > std::numeric_limits<std::uint64_t>::max() - pos
