@@ -9,6 +9,7 @@
 #include "archive/7z/LV_LZMAUtil.h"
 #include "archive/7z/U7ZArchive.h"
 #include "archive/7z/U7zZip.h"
+#include "platform/Cancellation.h"
 
 namespace harbor::test {
 namespace {
@@ -213,6 +214,47 @@ TEST_F(SevenZipTest, WriterLeavesNothingWhenItFails) {
   EXPECT_FALSE(writer.write());
   ASSERT_TRUE(writer.lastError());
   for (const auto& p : pathsBelow(dir.path())) EXPECT_EQ(p.find("fails"), std::string::npos) << p;
+}
+
+// Cancels the work of the current thread at the first progress report.
+struct CancelAtFirstReport : Archive7zReaderDelegate, Archive7zWriterDelegate {
+  explicit CancelAtFirstReport(CancellationToken t) : token(std::move(t)) {}
+  void onArchive7zReaderExtractProgress(Archive7zReader&, float) override { token.cancel(); }
+  void onArchive7zWriterWriteProgress(Archive7zWriter&, float) override { token.cancel(); }
+  CancellationToken token;
+};
+
+TEST_F(SevenZipTest, CancellingLeavesNoPartialFiles) {
+  std::string big(6 << 20, '\0');
+  for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>((i * 2654435761u) >> 13);
+  writeFile(src / "big.bin", big);
+  CancellationToken token;
+  CurrentCancellationScope scope(token);
+  CancelAtFirstReport cancel(token);
+
+  const std::string path = (dir / "cancelled.7z").string();
+  Archive7zWriter writer(path);
+  writer.setDelegate(&cancel);
+  ASSERT_TRUE(writer.addPath((src / "big.bin").string(), "big.bin"));
+  EXPECT_FALSE(writer.write());
+  ASSERT_TRUE(writer.lastError());
+  EXPECT_EQ(writer.lastError()->code, 100);
+  for (const auto& p : pathsBelow(dir.path()))
+    EXPECT_EQ(p.find("cancelled"), std::string::npos) << p;
+
+  token = CancellationToken();  // a fresh token for writing the archive to read
+  const std::string full = ours();
+  CurrentCancellationScope again(token);
+  Archive7zReader reader(full);
+  ASSERT_TRUE(reader.open(nullptr));
+  CancelAtFirstReport cancelRead(token);
+  reader.setDelegate(&cancelRead);
+  const fs::path out = dir / "cancelled-out";
+  EXPECT_FALSE(reader.extract(reader.items(), out.string(), true));
+  ASSERT_TRUE(reader.lastError());
+  EXPECT_EQ(reader.lastError()->code, 100);
+  EXPECT_FALSE(fs::exists(out / "src/big.bin"));
+  for (const auto& p : pathsBelow(out)) EXPECT_EQ(p.find(".part"), std::string::npos) << p;
 }
 
 TEST_F(SevenZipTest, ClassLevelServiceListsAndExtracts) {
