@@ -67,11 +67,13 @@ inline std::string archive7z(const std::vector<std::uint8_t>& packed,
 }
 
 // A header of one file `name` stored in one folder of the given coder,
-// declaring `unpackSize` bytes over `packSize` packed ones.
+// declaring `unpackSize` bytes over `packSize` packed ones; `subStreams`
+// (a whole substreams record) goes in as given.
 inline std::vector<std::uint8_t> oneFileHeader(const std::string& name, std::uint64_t packSize,
                                                std::uint64_t unpackSize,
                                                const std::vector<std::uint8_t>& coderId,
-                                               const std::vector<std::uint8_t>& props = {}) {
+                                               const std::vector<std::uint8_t>& props = {},
+                                               const std::vector<std::uint8_t>& subStreams = {}) {
   Bytes7z h;
   h.byte(0x01).byte(0x04);
   h.byte(0x06).num(0).num(1).byte(0x09).num(packSize).byte(0x00);
@@ -80,6 +82,7 @@ inline std::vector<std::uint8_t> oneFileHeader(const std::string& name, std::uin
   h.bytes(coderId);
   if (!props.empty()) h.num(props.size()).bytes(props);
   h.byte(0x0C).num(unpackSize).byte(0x00);
+  h.bytes(subStreams);
   h.byte(0x00);
   h.byte(0x05).num(1);
   Bytes7z names;
