@@ -35,6 +35,7 @@ using Clock = std::chrono::steady_clock;
 
 struct Run {
   double seconds = 0;
+  double cpuSeconds = 0;  // user and system: fair even on a busy machine
   double peakMiB = 0;
   bool ok = false;
 };
@@ -62,6 +63,8 @@ Run measure(const fs::path& dir, std::vector<std::string> args) {
   struct rusage usage {};
   wait4(pid, &status, 0, &usage);
   r.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  r.cpuSeconds = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                 double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
   r.peakMiB = usage.ru_maxrss / 1024.0;
   r.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   return r;
@@ -126,10 +129,13 @@ void makeInput(const fs::path& root, std::uint64_t total) {
 }
 
 void print(const char* what, const Run& ours, const Run& peer, double ourSize, double peerSize) {
-  std::printf("%-24s time %7.2f / %7.2f s = %.2f   peak %6.0f / %6.0f MiB = %.2f", what,
-              ours.seconds, peer.seconds, ours.seconds / peer.seconds, ours.peakMiB, peer.peakMiB,
-              ours.peakMiB / peer.peakMiB);
-  if (ourSize > 0) std::printf("   size %.2f", ourSize / peerSize);
+  std::printf(
+      "%-16s time %7.2f / %7.2f s = %.2f   cpu %7.2f / %7.2f s = %.2f   peak %5.0f / %5.0f MiB = "
+      "%.2f",
+      what, ours.seconds, peer.seconds, ours.seconds / peer.seconds, ours.cpuSeconds,
+      peer.cpuSeconds, ours.cpuSeconds / peer.cpuSeconds, ours.peakMiB, peer.peakMiB,
+      ours.peakMiB / peer.peakMiB);
+  if (ourSize > 0) std::printf("   size %.0f / %.0f = %.3f", ourSize, peerSize, ourSize / peerSize);
   std::printf("%s\n", ours.ok && peer.ok ? "" : "   (A RUN FAILED)");
   std::fflush(stdout);
 }
