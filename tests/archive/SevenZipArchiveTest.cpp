@@ -161,6 +161,11 @@ TEST_F(SevenZipTest, PeerReadsWhatWeWrite) {
   EXPECT_NE(listing.find("LZMA2"), std::string::npos);
   EXPECT_NE(listing.find("Modified = \n"), std::string::npos);
   EXPECT_EQ(listing.find("Modified = 2"), std::string::npos);
+  // The empty folder has an entry of its own; a folder with content is only
+  // implied by its files.
+  EXPECT_NE(listing.find("Path = src/emptydir\n"), std::string::npos);
+  EXPECT_EQ(listing.find("Path = src/sub\n"), std::string::npos);
+  EXPECT_NE(listing.find("Path = src/sub/tool.elf\n"), std::string::npos);
   EXPECT_NE(readFile(dir / "locked.txt").find("7zAES"), std::string::npos);
   // Without the password even the names stay hidden.
   EXPECT_FALSE(run("7zz l -p '" + locked + "' </dev/null >/dev/null 2>&1"));
