@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 
 #include "archive/7z/SevenZipCoders.h"
 #include "archive/ArchiveBase.h"
@@ -85,7 +86,14 @@ bool Archive7zReader::open(std::optional<Error>* error) {
   db_ = Database{};
   if (fd_ >= 0) ::close(fd_);
   fd_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-  bool ok = fd_ >= 0 ? readHeaders() : fail(4, "Cannot open " + path_);
+  bool ok = false;
+  try {
+    ok = fd_ >= 0 ? readHeaders() : fail(4, "Cannot open " + path_);
+  } catch (const std::bad_alloc&) {
+    items_.clear();
+    db_ = Database{};
+    ok = fail(4, "The archive's headers are too large");
+  }
   if (!ok && error) *error = lastError_;
   if (!ok) HB_LOG("Archive7zReader", "open " + path_ + ": " + lastError_->message);
   return ok;
@@ -129,14 +137,17 @@ bool Archive7zReader::readHeaders() {
     std::vector<std::uint8_t> plain;
     bool ok = stream != nullptr;
     if (ok) {
-      plain.resize(static_cast<std::size_t>(size));
-      std::size_t got = 0;
-      while (ok && got < plain.size()) {
-        const auto n = stream->read(plain.data() + got, plain.size() - got);
-        if (n <= 0)
+      // Grown as data arrives: the declared size is only a ceiling.
+      std::vector<std::uint8_t> block(kBlock);
+      while (ok && plain.size() < size) {
+        const auto want =
+            static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size - plain.size()));
+        const auto n = stream->read(block.data(), want);
+        if (n <= 0) {
           ok = false;
-        else
-          got += static_cast<std::size_t>(n);
+        } else {
+          plain.insert(plain.end(), block.begin(), block.begin() + n);
+        }
       }
       if (ok && folder.crc && crc32(plain.data(), plain.size()) != *folder.crc) {
         ok = false;
@@ -317,6 +328,15 @@ bool Archive7zReader::writeEntry(const FileRecord& file, InStream* stream,
 
 bool Archive7zReader::extractTo(const std::vector<std::pair<ItemPtr, std::string>>& items,
                                 const std::string& destination) {
+  try {
+    return extractItems(items, destination);
+  } catch (const std::bad_alloc&) {
+    return fail(4, "Not enough memory to extract");
+  }
+}
+
+bool Archive7zReader::extractItems(const std::vector<std::pair<ItemPtr, std::string>>& items,
+                                   const std::string& destination) {
   lastError_.reset();
   passwordFailure_ = false;
   refused_.clear();

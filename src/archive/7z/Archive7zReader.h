@@ -122,6 +122,8 @@ class Archive7zReader {
 
  private:
   bool fail(long code, const std::string& message, bool password = false);
+  bool extractItems(const std::vector<std::pair<ItemPtr, std::string>>& items,
+                    const std::string& destination);
   bool readHeaders();
   std::string password() const { return passwordGetter_ ? passwordGetter_() : std::string(); }
   // Writes one file's data from `stream` (already at its start) to `target`.

@@ -18,6 +18,8 @@ struct Malformed : std::runtime_error {
   throw Malformed(what);
 }
 
+constexpr std::uint64_t kMaxRecords = 1u << 24;
+
 // Reads the header encoding; every read is bounded by the blob.
 class ByteReader {
  public:
@@ -69,6 +71,8 @@ class ByteReader {
     const std::uint64_t n = number();
     if (minBytes == 0) minBytes = 1;
     if (n > left() / minBytes) fail("count larger than the header");
+    // Even a header of the largest size we read cannot list more than this.
+    if (n > kMaxRecords) fail("too many records");
     return static_cast<std::size_t>(n);
   }
   std::vector<bool> bits(std::size_t n) {
@@ -192,7 +196,7 @@ Folder readFolder(ByteReader& r) {
 
 void readUnpackInfo(ByteReader& r, StreamsInfo& si) {
   r.expect(kFolder);
-  const std::size_t numFolders = r.count(2);
+  const std::size_t numFolders = r.count(4);  // coder count, flags, id, unpack size
   if (r.byte() != 0) fail("external folders are not supported");
   si.folders.clear();
   std::uint64_t packIndex = 0;
@@ -311,7 +315,7 @@ std::vector<std::uint8_t> subBytes(ByteReader& r, std::uint64_t size) {
 }
 
 void readFilesInfo(ByteReader& r, Database& db) {
-  const std::size_t numFiles = r.count();
+  const std::size_t numFiles = r.count(2);  // each needs at least its name's end
   db.files.assign(numFiles, FileRecord{});
   std::vector<bool> emptyStream(numFiles, false);
   std::vector<bool> emptyFile;
