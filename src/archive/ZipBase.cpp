@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "archive/7z/U7ZArchive.h"
+#include "archive/7z/U7zZip.h"
 #include "archive/ArchiveSignature.h"
 #include "archive/IArchive.h"
 #include "archive/gzip/SingleStreamArchive.h"
@@ -40,9 +42,19 @@ std::unique_ptr<ZipBase> ArchiveFactory::createZipFactory(const std::vector<std:
                                                           IActionProgress* delegate,
                                                           const std::string& desPath,
                                                           const ZipPropertyOptions& options) {
-  if (toLower(FileUtil::getFileExtension(desPath)) != "zip") return nullptr;
-  auto writer = std::make_unique<UZipFileArchive>(desPath, delegate, options);
-  if (!writer->isOpen()) return writer;
+  const std::string ext = toLower(FileUtil::getFileExtension(desPath));
+  std::unique_ptr<ZipBase> writer;
+  if (ext == "zip") {
+    auto zip = std::make_unique<UZipFileArchive>(desPath, delegate, options);
+    if (!zip->isOpen()) return zip;
+    writer = std::move(zip);
+  } else if (ext == "7z") {
+    auto sevenZip = std::make_unique<U7zZip>(desPath, delegate, options);
+    if (!sevenZip->isOpen()) return sevenZip;
+    writer = std::move(sevenZip);
+  } else {
+    return nullptr;
+  }
   for (const auto& source : sources) {
     if (isCurrentThreadCancelled()) break;
     std::string clean = source;
@@ -69,6 +81,7 @@ std::unique_ptr<IArchive> ArchiveFactory::createReader(const std::string& path,
     case ArchiveKind::Bzip2:
       return std::make_unique<Bz2Manager>(path, root, nullptr, password);
     case ArchiveKind::SevenZip:
+      return std::make_unique<U7ZArchive>(path, root, nullptr, password);
     case ArchiveKind::None:
       break;
   }

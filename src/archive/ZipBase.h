@@ -62,7 +62,7 @@ class IArchive;
 
 class ArchiveFactory {
  public:
-  // A writer for the target's extension ("zip"), or null. Adds every source
+  // A writer for the target's extension ("zip", "7z"), or null. Adds every source
   // relative to its own parent folder.
   static std::unique_ptr<ZipBase> createZipFactory(const std::vector<std::string>& sources,
                                                    IActionProgress* delegate,

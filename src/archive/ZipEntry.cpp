@@ -87,18 +87,22 @@ void ZipEntry::addToRootEntry(const Ptr& entry) {
   ZipEntry* dir = this;
   Ptr holder;
   for (const auto& part : components(entry->leadingPath_)) {
-    holder = dir->childDirectoryEntryWithName(part);
+    holder = dir->childDirectoryEntryWithName(part, entry->currentClass());
     if (!holder) return;
     dir = holder.get();
   }
   dir->addChildEntry(entry, true);
 }
 
-ZipEntry::Ptr ZipEntry::childDirectoryEntryWithName(const std::string& name) {
+ZipEntry::Ptr ZipEntry::makeFolder(const std::string& folderPath) {
+  return Ptr(new ZipEntry(folderPath, {}, 0, 0, 0, 0, std::nullopt, std::nullopt, false));
+}
+
+ZipEntry::Ptr ZipEntry::childDirectoryEntryWithName(const std::string& name, EntryClass cls) {
   if (isLeaf_) return nullptr;
   if (auto found = findDirEntryCheckLeaf(name, false)) return found;
   std::string base = isRootEntry() ? "" : path_;
-  Ptr dir(new ZipEntry(base + name + "/", {}, 0, 0, 0, 0, std::nullopt, std::nullopt, false));
+  Ptr dir = (cls ? cls : &ZipEntry::makeFolder)(base + name + "/");
   dir->self_ = dir;
   addChildEntry(dir, false);
   return dir;

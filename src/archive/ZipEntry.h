@@ -76,7 +76,15 @@ class ZipEntry : public IFileEntry {
   bool addChildEntry(const Ptr& entry, bool checkIfExists);
   Ptr findDirEntry(const std::string& name) const;
   Ptr findDirEntryCheckLeaf(const std::string& name, bool leaf) const;
-  Ptr childDirectoryEntryWithName(const std::string& name);
+  // Makes a folder entry for a path ("a/b/"): what implied folders are made of.
+  using EntryClass = Ptr (*)(const std::string& folderPath);
+  Ptr childDirectoryEntryWithName(const std::string& name) {
+    return childDirectoryEntryWithName(name, &ZipEntry::makeFolder);
+  }
+  Ptr childDirectoryEntryWithName(const std::string& name, EntryClass cls);
+  // The class of this entry, so that folders it implies share it.
+  virtual EntryClass currentClass() const { return &ZipEntry::makeFolder; }
+  static Ptr makeFolder(const std::string& folderPath);
   // Finds a node by its path ("a/b/" or "a/b/c.txt"); the root for "" or "/".
   Ptr findPath(const std::string& path);
   void clear();

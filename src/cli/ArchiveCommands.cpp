@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "archive/7z/U7zZip.h"
 #include "archive/IArchive.h"
 #include "archive/ZipBase.h"
 #include "archive/zip/UZipFileArchive.h"
@@ -136,8 +137,10 @@ int runList(const ArchiveOptions& opts) {
   std::vector<const ZipEntry*> entries;
   collect(*archive->rootEntry(), entries);
   // A list that stopped keeps what it had: shown, then the failure. A script
-  // reads "encrypted" even when a missing password stopped it at once.
-  if (!listed && entries.empty() && !(opts.json && archive->isPasswordFailure()))
+  // reads "encrypted" and "encryptedFileName" even when a missing password
+  // stopped it at once.
+  if (!listed && entries.empty() &&
+      !(opts.json && (archive->isPasswordFailure() || archive->isEncryptedFileName())))
     return reportFailure(*archive, command);
   const bool encrypted = archive->isEncrypted();
   if (opts.json) {
@@ -228,8 +231,9 @@ int runCreate(const ArchiveOptions& opts) {
     }
     sources.push_back(fs::absolute(p).lexically_normal().string());
   }
-  if (toLower(FileUtil::getFileExtension(opts.file)) != "zip") {
-    return fail(command, opts.file + ": only .zip archives are written", 2);
+  const std::string ext = toLower(FileUtil::getFileExtension(opts.file));
+  if (ext != "zip" && ext != "7z") {
+    return fail(command, opts.file + ": only .zip and .7z archives are written", 2);
   }
   std::string passwordError;
   const std::optional<std::string> password = opts.password.resolve(passwordError);
@@ -240,6 +244,16 @@ int runCreate(const ArchiveOptions& opts) {
   ZipPropertyOptions options;
   options.password = password.value_or("");
   auto writer = ArchiveFactory::createZipFactory(sources, &progress, opts.file, options);
+  if (auto* sevenZip = dynamic_cast<U7zZip*>(writer.get())) {
+    // The archive is written by the time the factory returns.
+    if (!sevenZip->isOpen() || sevenZip->error()) {
+      const auto& error = sevenZip->error();
+      return fail(command, "cannot create " + opts.file + ": " +
+                               (error ? error->message : std::string("failed")));
+    }
+    for (const auto& msg : writer->zipMsg()) warn(command, msg);
+    return writer->zipMsg().empty() ? 0 : 1;
+  }
   auto* zip = dynamic_cast<UZipFileArchive*>(writer.get());
   if (!zip || !zip->isOpen()) return fail(command, "cannot create " + opts.file);
   const bool complete = zip->close();
@@ -254,7 +268,7 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
 
   auto list = std::make_shared<ArchiveOptions>();
   CLI::App* listCmd = archive->add_subcommand("list", "List the entries of an archive");
-  listCmd->add_option("FILE", list->file, "zip, tar, gz, bz2 or rar archive")->required();
+  listCmd->add_option("FILE", list->file, "zip, 7z, tar, gz, bz2 or rar archive")->required();
   list->password.addOptions(listCmd, "Password of an encrypted archive");
   addJsonFlag(listCmd, list->json,
               "Print {format, encrypted, encryptedFileName, entries}; printed also when a "
@@ -275,8 +289,8 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
   extractCmd->callback([extract, &exitCode] { exitCode = runExtract(*extract); });
 
   auto create = std::make_shared<ArchiveOptions>();
-  CLI::App* createCmd = archive->add_subcommand("create", "Create a zip archive");
-  createCmd->add_option("OUT", create->file, "The .zip to write")->required();
+  CLI::App* createCmd = archive->add_subcommand("create", "Create a zip or 7z archive");
+  createCmd->add_option("OUT", create->file, "The .zip or .7z to write")->required();
   createCmd->add_option("PATH", create->paths, "Files or folders to add")->required();
   create->password.addOptions(createCmd, "Encrypt the entries with a password");
   createCmd->callback([create, &exitCode] { exitCode = runCreate(*create); });
