@@ -1,4 +1,7 @@
-// harbor journal: the editor's undo journal driven step by step from a script.
+// harbor edit and harbor journal: the editor screen and its undo journal driven
+// step by step from a script, with a port that records what the screen shows.
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -8,11 +11,14 @@
 
 #include "cli/Commands.h"
 #include "cli/Output.h"
+#include "editor/EditorBaseController.h"
 #include "editor/UnDoManager.h"
+#include "platform/MainQueue.h"
 #include "platform/Unicode.h"
 
 namespace harbor::cli {
 namespace {
+namespace fs = std::filesystem;
 
 struct JournalOptions {
   std::string text;
@@ -122,7 +128,241 @@ int runJournal(const JournalOptions& opts) {
   return 0;
 }
 
+// ---- harbor edit ------------------------------------------------------------------
+
+// Answers the screen as a script says, recording everything it shows.
+class RecordingPort : public IEditorView {
+ public:
+  ordered_json events = ordered_json::array();
+  std::optional<ScreenAlert> alert;
+  AlertReply alertReply;
+  std::optional<ScreenSheet> sheet;
+  SheetReply sheetReply;
+  bool closed = false;
+
+  void showAlert(const ScreenAlert& a, AlertReply reply) override {
+    ordered_json fields = ordered_json::array();
+    for (const auto& f : a.fields)
+      fields.push_back({{"placeholder", f.placeholder}, {"text", f.text}});
+    events.push_back({{"kind", "alert"},
+                      {"tag", a.tag},
+                      {"key", a.key},
+                      {"text", a.text},
+                      {"buttons", a.buttons},
+                      {"fields", fields}});
+    alert = a;
+    alertReply = std::move(reply);
+  }
+  void showSheet(const ScreenSheet& s, SheetReply reply) override {
+    events.push_back({{"kind", "sheet"}, {"tag", s.tag}, {"rows", s.rows}});
+    sheet = s;
+    sheetReply = std::move(reply);
+  }
+  void showMessage(const std::string& key, const std::string& text) override {
+    events.push_back({{"kind", "message"}, {"key", key}, {"text", text}});
+  }
+  void setTitle(const std::string& title) override {
+    events.push_back({{"kind", "title"}, {"text", title}});
+  }
+  void setBusy(bool) override {}
+  void close() override {
+    closed = true;
+    events.push_back({{"kind", "close"}});
+  }
+  bool supportsRoute(ScreenRoute) const override { return true; }
+  void openRoute(ScreenRoute, const std::string& path, const std::string& title) override {
+    events.push_back({{"kind", "preview"}, {"path", path}, {"text", title}});
+  }
+  void scrollToOffset(std::size_t offset) override {
+    events.push_back({{"kind", "scroll"}, {"offset", offset}});
+  }
+};
+
+ordered_json recordJson(const std::optional<PlistValue::Map>& record) {
+  if (!record) return nullptr;
+  ordered_json out = ordered_json::object();
+  for (const auto& [key, value] : *record) {
+    if (value.isBool()) {
+      out[key] = *value.asBool();
+    } else if (value.isInteger()) {
+      out[key] = *value.asInteger();
+    } else if (value.isReal()) {
+      out[key] = *value.asReal();
+    } else if (const std::string* text = value.asString()) {
+      out[key] = *text;
+    } else {
+      out[key] = nullptr;
+    }
+  }
+  return out;
+}
+
+ordered_json editorState(const EditorBaseController& editor) {
+  TextRange sel = editor.selection();
+  return {{"filePath", editor.filePath()},
+          {"text", toUtf8(editor.text())},
+          {"selection", {sel.location, sel.length}},
+          {"encoding", editor.encodingString()},
+          {"fontSize", editor.fontSize()},
+          {"editable", editor.isEditable()},
+          {"canUndo", editor.canUndo()},
+          {"canRedo", editor.canRedo()},
+          {"formatType", toUtf8(editor.formatType())},
+          {"keys", ordered_json::array()},
+          {"lastOpen", recordJson(EditorBaseController::getLastOpenByPath(editor.filePath()))},
+          {"bookmark", recordJson(EditorBaseController::getBookMarkByPath(editor.filePath()))}};
+}
+
+struct EditOptions {
+  std::string file;
+  std::string steps;
+  bool isNew = false;
+  bool bookmark = false;
+};
+
+// The previous code point's start, never inside a surrogate pair.
+std::size_t previousCodePoint(const std::u16string& text, std::size_t at) {
+  if (at == 0) return 0;
+  std::size_t start = at - 1;
+  if (start > 0 && (text[start] & 0xFC00) == 0xDC00 && (text[start - 1] & 0xFC00) == 0xD800) {
+    --start;
+  }
+  return start;
+}
+
+int runEdit(const EditOptions& opts) {
+  auto stepsText = readSteps(opts.steps);
+  if (!stepsText) {
+    return fail("edit",
+                checkPath(opts.steps, PathNeed::File).value_or(opts.steps + ": unreadable"));
+  }
+  std::string why;
+  auto steps = parseSteps(*stepsText, why);
+  if (!steps) return fail("edit", why, 2);
+  if (opts.isNew) {
+    if (auto problem = checkPath(fs::path(opts.file).parent_path().empty()
+                                     ? "."
+                                     : fs::path(opts.file).parent_path().string(),
+                                 PathNeed::Folder)) {
+      return fail("edit", *problem);
+    }
+  }
+
+  MainQueue& main = MainQueue::shared();
+  main.adoptCurrentThread();
+  RecordingPort port;
+  auto editor = EditorBaseController::instanceWithPath(fs::absolute(opts.file).string(), &port);
+  editor->_isAddFile = opts.isNew;
+  editor->_isLoadFromBookMark = opts.bookmark;
+  auto drain = [&] {
+    main.runUntil([&] { return !editor->isLoading(); }, std::chrono::seconds(60));
+    main.runPending();
+  };
+  editor->viewDidLoad();
+  editor->viewDidAppear();
+  drain();
+
+  int number = 0;
+  for (const nlohmann::json& step : *steps) {
+    ++number;
+    const std::string name = step[0].get<std::string>();
+    auto bad = [&](const std::string& what) {
+      editor->endScreen();
+      return fail("edit", "step " + std::to_string(number) + ": " + what, 2);
+    };
+    auto isText = [&](std::size_t i) { return step.size() > i && step[i].is_string(); };
+    auto isCount = [&](std::size_t i) { return step.size() > i && step[i].is_number_unsigned(); };
+    if (name == "edit" && step.size() == 2 && step[1].is_boolean()) {
+      editor->setEditing(step[1].get<bool>());
+    } else if (name == "type" && step.size() == 2 && isText(1)) {
+      std::u16string text = toUtf16(step[1].get<std::string>());
+      for (std::size_t i = 0; i < text.size();) {
+        std::size_t n = (text[i] & 0xFC00) == 0xD800 && i + 1 < text.size() ? 2 : 1;
+        editor->changeText(editor->selection(), text.substr(i, n));
+        i += n;
+      }
+    } else if (name == "paste" && step.size() == 2 && isText(1)) {
+      editor->changeText(editor->selection(), toUtf16(step[1].get<std::string>()));
+    } else if (name == "delete" && step.size() == 1) {
+      TextRange sel = editor->selection();
+      if (sel.length == 0) {
+        std::size_t start = previousCodePoint(editor->text(), sel.location);
+        sel = TextRange{start, sel.location - start};
+      }
+      if (sel.length > 0) editor->changeText(sel, u"");
+    } else if (name == "select" && step.size() == 3 && isCount(1) && isCount(2)) {
+      editor->setSelectedRange(TextRange{step[1].get<std::size_t>(), step[2].get<std::size_t>()});
+    } else if (name == "options" && (step.size() == 1 || (step.size() == 2 && isText(1)))) {
+      editor->alertActionSheet();
+      if (!port.sheet) return bad("no options sheet");
+      auto rows = port.sheet->rows;
+      std::string title = step.size() == 2 ? step[1].get<std::string>() : "Cancel";
+      auto at = std::find(rows.begin(), rows.end(), title);
+      if (at == rows.end()) return bad("no row \"" + title + "\"");
+      auto reply = std::move(port.sheetReply);
+      port.sheet.reset();
+      if (reply) reply(static_cast<int>(at - rows.begin()));
+    } else if (name == "alert" && step.size() >= 2 && step[1].is_number_integer()) {
+      if (!port.alert) return bad("no alert is showing");
+      int button = step[1].get<int>();
+      if (button < 0 || static_cast<std::size_t>(button) >= port.alert->buttons.size()) {
+        return bad("the alert has no button " + std::to_string(button));
+      }
+      std::vector<std::string> fields;
+      for (std::size_t i = 2; i < step.size(); ++i) {
+        if (!step[i].is_string()) return bad("alert fields are texts");
+        fields.push_back(step[i].get<std::string>());
+      }
+      auto reply = std::move(port.alertReply);
+      port.alert.reset();
+      if (reply) reply(button, fields);
+    } else if (name == "cancel" && step.size() == 1) {
+      editor->cancelAct();
+    } else if (name == "font" && step.size() == 2 && isText(1) &&
+               (step[1] == "+" || step[1] == "-")) {
+      step[1] == "+" ? editor->enlargeFontSize() : editor->reduceFontSize();
+    } else if (name == "bookmark" && step.size() == 1) {
+      editor->saveBookMark();
+    } else if (name == "encoding" && step.size() == 2 && isText(1)) {
+      editor->encodingChange(step[1].get<std::string>());
+    } else if (name == "scroll" && step.size() == 2 && isCount(1)) {
+      editor->setFirstVisibleOffset(step[1].get<std::size_t>());
+    } else if (name == "undo" && step.size() == 1) {
+      editor->undoAction();
+    } else if (name == "redo" && step.size() == 1) {
+      editor->redoAction();
+    } else if (name == "state" && step.size() == 1) {
+      port.events.push_back({{"kind", "state"}, {"state", editorState(*editor)}});
+    } else if (name == "key" || name == "timer" || name == "lineno") {
+      return bad("\"" + name + "\" is not available in this build");
+    } else {
+      return bad("not a step: " + step.dump());
+    }
+    drain();
+  }
+  ordered_json out{{"events", port.events}, {"state", editorState(*editor)}};
+  editor->endScreen();
+  printJson(out);
+  return 0;
+}
+
 void addEditCommands(CLI::App& app, int& exitCode) {
+  auto editOpts = std::make_shared<EditOptions>();
+  CLI::App* edit = app.add_subcommand(
+      "edit", "Drive the editor screen over FILE; print the events it showed and its state");
+  edit->add_option("FILE", editOpts->file, "The document (for --new, the proposed path)")
+      ->required();
+  edit->add_flag("--new", editOpts->isNew,
+                 "A new file: start from the template, save to a free name");
+  edit->add_flag("--bookmark", editOpts->bookmark,
+                 "Restore the position from the bookmark instead of the last-open record");
+  edit->add_option("--steps", editOpts->steps,
+                   "One JSON array per line, e.g. [\"type\",\"x\"], [\"options\",\"Save\"], "
+                   "[\"alert\",1], [\"state\"] (\"-\" reads standard input)")
+      ->required()
+      ->type_name("FILE|-");
+  edit->callback([editOpts, &exitCode] { exitCode = runEdit(*editOpts); });
+
   auto opts = std::make_shared<JournalOptions>();
   CLI::App* journal = app.add_subcommand(
       "journal", "Drive an undo journal over TEXT; print {text, undo, redo} after each step");

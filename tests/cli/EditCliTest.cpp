@@ -57,3 +57,34 @@ TEST(JournalCli, BadStepsAndArchivesAreRefused) {
 
 }  // namespace
 }  // namespace harbor
+
+namespace harbor {
+namespace {
+
+class EditCli : public test::TempHome {};
+
+TEST_F(EditCli, StepsDriveTheScreenAndBadStepsExitTwo) {
+  auto file = (root() / "a.txt").string();
+  test::writeFile(file, "one\r\n");
+  auto steps = (root() / "steps").string();
+  test::writeFile(steps,
+                  "[\"edit\",true]\n[\"select\",3,0]\n[\"type\",\"😀!\"]\n[\"delete\"]\n"
+                  "[\"options\",\"Save\"]\n");
+  auto run = test::runHarbor({"--root", root().string(), "edit", file, "--steps", steps});
+  ASSERT_EQ(run.code, 0) << run.err;
+  auto out = nlohmann::json::parse(run.out);
+  EXPECT_EQ(out["state"]["text"], "one😀\r\n");
+  EXPECT_EQ(out["state"]["selection"], nlohmann::json::parse("[5,0]"));
+  EXPECT_EQ(out["events"].back()["kind"], "close");
+  EXPECT_EQ(test::readFile(file), "one😀\r\n");
+
+  for (const char* bad :
+       {"[\"options\",\"Nope\"]\n", "[\"alert\",0]\n", "[\"jump\"]\n", "[\"type\",3]\n"}) {
+    test::writeFile(steps, bad);
+    EXPECT_EQ(test::runHarbor({"--root", root().string(), "edit", file, "--steps", steps}).code, 2)
+        << bad;
+  }
+}
+
+}  // namespace
+}  // namespace harbor
