@@ -173,6 +173,11 @@ class RecordingPort : public IEditorView {
   void openRoute(ScreenRoute, const std::string& path, const std::string& title) override {
     events.push_back({{"kind", "preview"}, {"path", path}, {"text", title}});
   }
+  void showSuggestions(const std::vector<std::u16string>& items) override {
+    ordered_json list = ordered_json::array();
+    for (const auto& item : items) list.push_back(toUtf8(item));
+    events.push_back({{"kind", "suggestions"}, {"items", list}});
+  }
   void scrollToOffset(std::size_t offset) override {
     events.push_back({{"kind", "scroll"}, {"offset", offset}});
   }
@@ -197,6 +202,12 @@ ordered_json recordJson(const std::optional<PlistValue::Map>& record) {
   return out;
 }
 
+ordered_json keyTitles(const EditorBaseController& editor) {
+  ordered_json titles = ordered_json::array();
+  for (const auto& key : editor.keys()) titles.push_back(key._textLabel);
+  return titles;
+}
+
 ordered_json editorState(const EditorBaseController& editor) {
   TextRange sel = editor.selection();
   return {{"filePath", editor.filePath()},
@@ -208,7 +219,7 @@ ordered_json editorState(const EditorBaseController& editor) {
           {"canUndo", editor.canUndo()},
           {"canRedo", editor.canRedo()},
           {"formatType", toUtf8(editor.formatType())},
-          {"keys", ordered_json::array()},
+          {"keys", keyTitles(editor)},
           {"lastOpen", recordJson(EditorBaseController::getLastOpenByPath(editor.filePath()))},
           {"bookmark", recordJson(EditorBaseController::getBookMarkByPath(editor.filePath()))}};
 }
@@ -333,7 +344,15 @@ int runEdit(const EditOptions& opts) {
       editor->redoAction();
     } else if (name == "state" && step.size() == 1) {
       port.events.push_back({{"kind", "state"}, {"state", editorState(*editor)}});
-    } else if (name == "key" || name == "timer" || name == "lineno") {
+    } else if (name == "key" && step.size() == 3 && step[1].is_number_unsigned() && isText(2) &&
+               (step[2] == "tap" || step[2] == "long")) {
+      std::size_t index = step[1].get<std::size_t>();
+      if (index >= editor->keys().size()) return bad("no key " + std::to_string(index));
+      if (!editor->performKey(index, step[2] == "long")) {
+        return bad("key " + std::to_string(index) + " has no " + step[2].get<std::string>() +
+                   " action");
+      }
+    } else if (name == "timer" || name == "lineno") {
       return bad("\"" + name + "\" is not available in this build");
     } else {
       return bad("not a step: " + step.dump());

@@ -1,5 +1,7 @@
 #include "editor/EditorBaseController.h"
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -50,8 +52,36 @@ std::shared_ptr<EditorBaseController> EditorBaseController::instanceWithPath(
   return std::shared_ptr<EditorBaseController>(new EditorBaseController(path, view));
 }
 
+// The parser's callbacks, answered by the screen.
+class EditorBaseController::SuggestBridge : public ISuggestDelegate {
+ public:
+  explicit SuggestBridge(EditorBaseController& editor) : editor_(editor) {}
+  void onLoadSuggestItems(const std::vector<std::u16string>& items) override {
+    editor_._suggestItems = items;
+    editor_._selectedSuggestion = 0;
+    if (editor_._view) editor_._view->showSuggestions(items);
+  }
+  void onReplaceString(const std::u16string& text, std::size_t startOffset, std::size_t endOffset,
+                       long focusDiff) override {
+    if (endOffset < startOffset || endOffset > editor_.text().size()) return;
+    editor_._contentChangeLength = 0;
+    editor_.applyChange(TextRange{startOffset, endOffset - startOffset}, text);
+    editor_.focusDiff(focusDiff);
+  }
+  void onInputString(const std::u16string& text, long diff) override {
+    editor_.textViewInput(text, diff);
+  }
+  TextRange onSelectedRange() override { return editor_._selection; }
+
+ private:
+  EditorBaseController& editor_;
+};
+
 EditorBaseController::EditorBaseController(const std::string& path, IEditorView* view)
-    : _view(view), _filePath(path), _fileName(FileUtil::getFileName(path)) {}
+    : _view(view),
+      _filePath(path),
+      _fileName(FileUtil::getFileName(path)),
+      _suggestBridge(std::make_unique<SuggestBridge>(*this)) {}
 
 EditorBaseController::~EditorBaseController() {
   if (_currentThread) _currentThread->cancel();
@@ -98,6 +128,7 @@ void EditorBaseController::viewDidLoad() {
   }
   _defaultFont = Font{CodeFormatParser::editorDefaultFont().name, size};
   createFormatParser();
+  changeInputAccessoryView();
   if (_isAddFile) {
     std::u16string text;
     fs::path resource = resourceDirectory() / "templates" / ("template." + fileExtension());
@@ -176,6 +207,7 @@ void EditorBaseController::changeFormatParser(const std::string& extension) {
   _formatParser->defaultFont = _defaultFont;
   _formatParser->extTag = _formatParser->formatType;
   _formatParser->changeInputAccessoryView(_selection);
+  // The keys follow the new type once the new extension is in place.
 }
 
 std::optional<std::u16string> EditorBaseController::loadData(const std::string& path,
@@ -243,6 +275,7 @@ void EditorBaseController::setEditing(bool editing) {
 }
 
 void EditorBaseController::setSelectedRange(TextRange range) {
+  hideSuggestions();
   std::size_t size = text().size();
   range.location = std::min(range.location, size);
   range.length = std::min(range.length, size - range.location);
@@ -254,6 +287,11 @@ bool EditorBaseController::changeText(TextRange range, const std::u16string& rep
       range.length > text().size() - range.location) {
     return false;
   }
+  // Return on a showing list takes the highlighted suggestion instead.
+  if (replacement == u"\n" && !_suggestItems.empty()) {
+    selectedKeywordsItem(_suggestItems[std::min(_selectedSuggestion, _suggestItems.size() - 1)]);
+    return false;
+  }
   // Replacing a selection is a step of its own; typing at a caret makes a
   // step every eleven keystrokes.
   if (range.length > 0) {
@@ -263,12 +301,204 @@ bool EditorBaseController::changeText(TextRange range, const std::u16string& rep
     _journal->stopGrouping();
     _contentChangeLength = 0;
   }
+  if (_formatParser) _formatParser->lastInputString = replacement;
+  applyChange(range, replacement);
+  loadSuggestItems();
+  return true;
+}
+
+void EditorBaseController::applyChange(TextRange range, const std::u16string& replacement) {
   _journal->startGrouping();
   _journal->addUndoItem(range.location, range.length, replacement);
   _textStorage.replaceCharacters(range, replacement);
   _selection = TextRange{range.location + replacement.size(), 0};
   invokeFormater();
+}
+
+// ---- keys and smart input ----------------------------------------------------------------
+
+void EditorBaseController::changeInputAccessoryView() {
+  _keys = EditorKeyboardItems::getInputViewItemsByType(toUtf8(formatType()), fileNameCommon());
+  if (!_view) return;
+  std::vector<std::string> titles;
+  for (const auto& key : _keys) titles.push_back(key._textLabel);
+  _view->setKeys(titles);
+}
+
+bool EditorBaseController::performKey(std::size_t index, bool longPress) {
+  if (index >= _keys.size()) return false;
+  const EditCommonButton key = _keys[index];
+  const std::string& action = longPress ? key._longPress : key._clickAction;
+  if (action.empty()) return false;
+  return performAction(action, key);
+}
+
+bool EditorBaseController::performAction(const std::string& action, const EditCommonButton& key) {
+  const long tagLength = static_cast<long>(key.stringTag.size());
+  if (action == "undoAction:") {
+    undoAction();
+  } else if (action == "redoAction:") {
+    redoAction();
+  } else if (action == "forwardCursor:") {
+    if (!_suggestItems.empty()) {
+      _selectedSuggestion = std::min(_selectedSuggestion + 1, _suggestItems.size() - 1);
+    } else {
+      focusDiff(1);
+    }
+  } else if (action == "rewindCursor:") {
+    if (!_suggestItems.empty()) {
+      _selectedSuggestion = _selectedSuggestion > 0 ? _selectedSuggestion - 1 : 0;
+    } else {
+      focusDiff(-1);
+    }
+  } else if (action == "forwardWordCursor:") {
+    if (!_suggestItems.empty()) {
+      _selectedSuggestion = _suggestItems.size() - 1;
+    } else {
+      forwardWordCursor();
+    }
+  } else if (action == "rewindWordCursor:") {
+    if (!_suggestItems.empty()) {
+      _selectedSuggestion = 0;
+    } else {
+      rewindWordCursor();
+    }
+  } else if (!_editable) {
+    return true;  // the keys that enter text wait for Edit
+  } else if (action == "clickBarItem:") {
+    textViewInput(key.stringTag, 0);
+  } else if (action == "clickBarItem2Char:") {
+    textViewInput(key.stringTag + key.stringTag, -tagLength);
+  } else if (action == "clickBarItem2CharFocusEnd:" || action == "clickBarItem2CharZeroOffset:") {
+    textViewInput(key.stringTag + key.stringTag, 0);
+  } else if (action == "clickBarLongClickBackTag2:") {
+    textViewInput(key.stringTag + key.stringTag2, -static_cast<long>(key.stringTag2.size()));
+  } else if (action == "clickHtmlTags:") {
+    textViewInput(u"<>", -1);
+  } else if (action == "clickLongGreatChar:") {
+    textViewInput(u"/", 0);
+  } else {
+    return false;
+  }
   return true;
+}
+
+void EditorBaseController::textViewInput(const std::u16string& input, long focusIndexDiff) {
+  if (!input.empty() && _editable) {
+    // Toolbar text of two or more units is an undo step of its own.
+    if (input.size() >= 2) _journal->stopGrouping();
+    ++_contentChangeLength;
+    if (_formatParser) _formatParser->lastInputString = input;
+    applyChange(_selection, input);
+  }
+  focusDiff(focusIndexDiff);
+}
+
+void EditorBaseController::focusDiff(long diff) {
+  const std::size_t size = text().size();
+  std::size_t target;
+  if (diff == kFocusTop) {
+    target = 0;
+  } else if (diff == kFocusEnd) {
+    target = size;
+  } else if (diff == 0) {
+    return;
+  } else {
+    // A forward move leaves a selection at its end.
+    long base = static_cast<long>(diff > 0 ? _selection.end() : _selection.location);
+    long moved = std::clamp<long>(base + diff, 0, static_cast<long>(size));
+    target = static_cast<std::size_t>(moved);
+  }
+  // Never between the halves of a surrogate pair.
+  if (target > 0 && target < size && (text()[target] & 0xFC00) == 0xDC00 &&
+      (text()[target - 1] & 0xFC00) == 0xD800) {
+    target += diff < 0 ? -1 : 1;
+  }
+  if (target == _selection.location && _selection.length == 0) return;
+  setSelectedRange(TextRange{target, 0});
+  if (_view) _view->scrollToOffset(target);
+}
+
+namespace {
+
+bool isWordUnit(char16_t c) {
+  return c == u'_' || (c < 0x80 ? std::isalnum(static_cast<unsigned char>(c)) != 0
+                                : (c & 0xF800) != 0xD800 && c > 0xBF);
+}
+
+}  // namespace
+
+void EditorBaseController::forwardWordCursor() {
+  const std::u16string& t = text();
+  std::size_t at = _selection.end();
+  if (at < t.size()) {
+    ++at;
+    if (at < t.size()) {
+      const bool word = isWordUnit(t[at]);
+      while (at < t.size() && isWordUnit(t[at]) == word) ++at;
+    }
+  }
+  textViewInput(u"", static_cast<long>(at) - static_cast<long>(_selection.end()));
+}
+
+void EditorBaseController::rewindWordCursor() {
+  const std::u16string& t = text();
+  const std::size_t start = _selection.location;
+  if (start < 2) return textViewInput(u"", -2);
+  std::size_t at = start - 2;
+  const bool word = isWordUnit(t[at]);
+  while (at > 0 && isWordUnit(t[at - 1]) == word) --at;
+  textViewInput(u"", static_cast<long>(at) - static_cast<long>(start));
+}
+
+bool EditorBaseController::tryLockSearching() {
+  return _searching.try_lock();
+}
+
+void EditorBaseController::hideSuggestions() {
+  if (_suggestItems.empty()) return;
+  _suggestItems.clear();
+  _selectedSuggestion = 0;
+  if (_view) _view->showSuggestions({});
+}
+
+void EditorBaseController::loadSuggestItems() {
+  if (!_formatParser) return;
+  CodeFormatParser* parser = _formatParser->getCodeFormatParserByAccessoryType();
+  if (!parser || parser->className() == "OtherTextFileFormatParser") return;
+  if (!tryLockSearching()) return;
+  std::lock_guard lock(_searching, std::adopt_lock);
+  SuggestField field;
+  if (!parser->isCanLoadSuggestItems(parser->lastInputString, _selection, field)) {
+    return hideSuggestions();
+  }
+  std::u16string term = parser->previousStringBySplitChar(_selection.location);
+  parser->searchTerm = term;
+  parser->searchTermLocation = _selection.location - std::min(term.size(), _selection.location);
+  if (term.empty()) return hideSuggestions();
+  parser->loadSuggestItems(*_suggestBridge);
+}
+
+void EditorBaseController::selectedKeywordsItem(const std::u16string& item) {
+  if (!_formatParser || !tryLockSearching()) return;
+  std::lock_guard lock(_searching, std::adopt_lock);
+  CodeFormatParser* parser = _formatParser->getCodeFormatParserByAccessoryType();
+  if (!parser) parser = _formatParser.get();
+  const std::u16string term = parser->searchTerm;
+  _suggestItems.clear();
+  if (_view) _view->showSuggestions({});
+  if (item.starts_with(term)) {
+    // The rest of the item; a suggestion equal to the term enters nothing.
+    if (item.size() > term.size()) {
+      textViewInput(item.substr(term.size()), parser->selectedKeywordsItemFocusDiff(item));
+    }
+    return;
+  }
+  std::size_t start = parser->searchTermLocation;
+  if (start + term.size() > text().size()) return;
+  _contentChangeLength = 0;
+  _journal->stopGrouping();
+  applyChange(TextRange{start, term.size()}, item);
 }
 
 void EditorBaseController::undoAction() {
@@ -385,6 +615,7 @@ void EditorBaseController::applyNames(const std::vector<std::string>& fields) {
   _fileName2 = name;
   changeFormatParser(extension);
   _fileExtension2 = extension;
+  changeInputAccessoryView();
   updateTitle();
 }
 

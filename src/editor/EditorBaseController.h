@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "editor/EditorKeyboardItems.h"
 #include "editor/UnDoManager.h"
 #include "platform/Cancellation.h"
 #include "platform/ScreenPort.h"
@@ -91,6 +93,25 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   bool canUndo() const { return _journal->isCanUndo(); }
   bool canRedo() const { return _journal->isCanRedo(); }
 
+  // ---- keys and smart input ---------------------------------------------------------
+  static constexpr long kFocusTop = INT64_MIN;
+  static constexpr long kFocusEnd = INT64_MAX;
+  const std::vector<EditCommonButton>& keys() const { return _keys; }
+  // Runs a key's tap or long-press operation; false for a key that has none.
+  bool performKey(std::size_t index, bool longPress);
+  bool performAction(const std::string& action, const EditCommonButton& key);
+  // Toolbar input: enters `text` at the selection, then moves the caret.
+  void textViewInput(const std::u16string& text, long focusIndexDiff);
+  void focusDiff(long focusIndexDiff);
+  void forwardWordCursor();
+  void rewindWordCursor();
+  // The suggestion list: empty when hidden; the highlighted row.
+  const std::vector<std::u16string>& suggestItems() const { return _suggestItems; }
+  std::size_t selectedSuggestion() const { return _selectedSuggestion; }
+  // Return while the list shows enters the highlighted item.
+  void selectedKeywordsItem(const std::u16string& item);
+  void changeInputAccessoryView();
+
   // ---- saving and leaving -------------------------------------------------------
   void alertActionSheet();
   // The options sheet's rows as they stand now.
@@ -152,6 +173,10 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   void setCurrentFont(double size);
   void updateTitle();
   void showError(const std::string& message);
+  void applyChange(TextRange range, const std::u16string& text);
+  void loadSuggestItems();
+  void hideSuggestions();
+  bool tryLockSearching();
 
   IEditorView* _view;
   std::string _filePath;
@@ -174,6 +199,13 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   std::size_t _firstVisibleOffset = 0;
   std::optional<CancellationToken> _currentThread;
   std::mutex _positionLock;
+  std::vector<EditCommonButton> _keys;
+  std::vector<std::u16string> _suggestItems;
+  std::size_t _selectedSuggestion = 0;
+  // Suggestion loading and insertion exclude each other; a busy one is skipped.
+  std::mutex _searching;
+  class SuggestBridge;
+  std::unique_ptr<SuggestBridge> _suggestBridge;
 };
 
 }  // namespace harbor

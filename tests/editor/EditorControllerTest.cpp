@@ -322,3 +322,196 @@ TEST_F(EditorController, ClosingDuringALoadWritesNothing) {
 
 }  // namespace
 }  // namespace harbor
+
+namespace harbor {
+namespace {
+
+struct Store : ICreateFile {
+  bool accept = true;
+  std::vector<std::pair<std::string, std::u16string>> calls;
+  bool CreateFile(const std::string& name, const std::u16string& content, bool, const std::string&,
+                  const std::string&, void*) override {
+    calls.emplace_back(name, content);
+    return accept;
+  }
+};
+
+TEST_F(EditorController, OnlineSaveGoesToTheDelegateAndClosesOnlyWhenStored) {
+  Store store;
+  auto editor = EditorBaseController::instanceWithPath((root() / "cloud.txt").string(), &port);
+  editor->_isOnline = true;
+  editor->_isAddFile = true;
+  editor->_delegate = &store;
+  editor->viewDidLoad();
+  type(*editor, u"up");
+  store.accept = false;
+  editor->saveAndClose();
+  EXPECT_EQ(port.closed, 0);
+  EXPECT_EQ(port.messages, (std::vector<std::string>{"NameNotNull"}));
+  store.accept = true;
+  editor->saveAndClose();
+  EXPECT_EQ(port.closed, 1);
+  ASSERT_EQ(store.calls.size(), 2u);
+  EXPECT_EQ(store.calls[1], (std::pair<std::string, std::u16string>{"cloud.txt", u"up"}));
+  EXPECT_FALSE(fs::exists(root() / "cloud.txt"));  // nothing local but the backup
+  EXPECT_EQ(backups(), (std::vector<std::string>{"up", "up"}));
+
+  editor->alertViewChangeFileName(EditorBaseController::kTagRename);
+  port.answer(1, {"stem", ""});  // a stem without an extension names nothing
+  editor->saveAndClose();
+  EXPECT_EQ(store.calls.size(), 2u);
+  EXPECT_EQ(port.messages.back(), "NameNotNull");
+}
+
+}  // namespace
+}  // namespace harbor
+
+namespace harbor {
+namespace {
+
+std::vector<std::string> titles(const EditorBaseController& editor) {
+  std::vector<std::string> out;
+  for (const auto& key : editor.keys()) out.push_back(key._textLabel);
+  return out;
+}
+
+std::size_t keyIndex(const EditorBaseController& editor, const std::string& title) {
+  auto t = titles(editor);
+  return static_cast<std::size_t>(std::find(t.begin(), t.end(), title) - t.begin());
+}
+
+class EditorKeys : public EditorController {
+ protected:
+  std::shared_ptr<EditorBaseController> editing(const std::string& name, const std::string& text) {
+    test::writeFile(root() / name, text);
+    auto editor = open(root() / name);
+    editor->setEditing(true);
+    return editor;
+  }
+  void press(EditorBaseController& editor, const std::string& title, bool longPress = false) {
+    std::size_t index = keyIndex(editor, title);
+    ASSERT_LT(index, editor.keys().size()) << title;
+    ASSERT_TRUE(editor.performKey(index, longPress)) << title;
+  }
+};
+
+TEST_F(EditorKeys, EachFileTypeGetsItsSet) {
+  struct Case {
+    const char* name;
+    std::size_t count;
+    const char* third;
+  } cases[] = {{"a.html", 22, "<"}, {"a.js", 27, "("},  {"a.php", 22, "<"}, {"a.xml", 17, "<"},
+               {"a.vbs", 14, "("},  {"a.css", 21, "{"}, {"a.c", 30, "("},   {"a.zzq", 30, "("}};
+  for (const auto& c : cases) {
+    auto editor = editing(c.name, "");
+    auto t = titles(*editor);
+    EXPECT_EQ(t.size(), c.count) << c.name;
+    ASSERT_GE(t.size(), 3u);
+    EXPECT_EQ(t[2], c.third) << c.name;
+    EXPECT_EQ(t[0], "←");
+    if (std::string(c.name) != "a.vbs" && std::string(c.name) != "a.css") {
+      EXPECT_NE(std::find(t.begin(), t.end(), "tab"), t.end()) << c.name;
+      EXPECT_NE(std::find(t.begin(), t.end(), "↰"), t.end()) << c.name;
+    }
+    EXPECT_NE(std::find(t.begin(), t.end(), "\""), t.end()) << c.name;
+  }
+  // Inside a page's script block the parser reports its own type.
+  auto php = EditorKeyboardItems::getInputViewItemsByType("phpcore", "a.php");
+  ASSERT_EQ(php.size(), 33u);
+  EXPECT_EQ(php[26]._textLabel, "<?php");
+  EXPECT_EQ(php[26].stringTag2, u"\n?>");
+  EXPECT_EQ(php[28]._longPress, "clickHtmlTags:");
+}
+
+TEST_F(EditorKeys, TapsAndLongPressesEnterWhatTheyShould) {
+  auto editor = editing("k.js", "");
+  press(*editor, "(");  // a tap enters its own text, unpaired
+  EXPECT_EQ(editor->text(), u"(");
+  press(*editor, "(", true);
+  EXPECT_EQ(editor->text(), u"(()");
+  EXPECT_EQ(editor->selection(), (TextRange{2, 0}));
+  press(*editor, "{", true);
+  EXPECT_EQ(editor->text(), u"(({\n})");
+  EXPECT_EQ(editor->selection(), (TextRange{3, 0}));
+  press(*editor, "tab", true);
+  EXPECT_EQ(editor->text(), u"(({\t\t\n})");
+  EXPECT_EQ(editor->selection(), (TextRange{5, 0}));
+  press(*editor, "↰");  // two entries back: the tab pair and the braces
+  EXPECT_EQ(editor->text(), u"(()");
+  press(*editor, "↱");
+  EXPECT_EQ(editor->text(), u"(({\t\t\n})");
+
+  auto html = editing("k.html", "");
+  press(*html, "\"");  // quotes come in pairs in markup
+  EXPECT_EQ(html->text(), u"\"\"");
+  EXPECT_EQ(html->selection(), (TextRange{1, 0}));
+  press(*html, "\"", true);
+  press(*html, "<", true);
+  EXPECT_EQ(html->text(), u"\"\"<>\"");
+  EXPECT_EQ(html->selection(), (TextRange{3, 0}));
+  press(*html, ">", true);
+  EXPECT_EQ(html->text(), u"\"\"</>\"");
+}
+
+TEST_F(EditorKeys, CaretMovesClampCollapseAndKeepSurrogatePairsWhole) {
+  auto editor = editing("m.txt", "0123456789");
+  editor->setSelectedRange({2, 3});
+  press(*editor, "→");
+  EXPECT_EQ(editor->selection(), (TextRange{6, 0}));
+  editor->setSelectedRange({2, 3});
+  press(*editor, "←");
+  EXPECT_EQ(editor->selection(), (TextRange{1, 0}));
+  editor->setSelectedRange({10, 0});
+  press(*editor, "→");
+  EXPECT_EQ(editor->selection(), (TextRange{10, 0}));
+  editor->setSelectedRange({8, 2});
+  press(*editor, "→");
+  EXPECT_EQ(editor->selection(), (TextRange{10, 0}));
+  editor->focusDiff(EditorBaseController::kFocusTop);
+  EXPECT_EQ(editor->selection(), (TextRange{0, 0}));
+
+  auto emoji = editing("n.txt", "a😀b");
+  emoji->setSelectedRange({1, 0});
+  press(*emoji, "→");
+  EXPECT_EQ(emoji->selection(), (TextRange{3, 0}));
+  press(*emoji, "←");
+  EXPECT_EQ(emoji->selection(), (TextRange{1, 0}));
+
+  auto empty = editing("e.c", "");
+  press(*empty, "←", true);
+  EXPECT_EQ(empty->selection(), (TextRange{0, 0}));
+}
+
+TEST_F(EditorKeys, WordMovesStopAtWordEdges) {
+  auto editor = editing("w.c", "foo_bar  baz(x)");
+  press(*editor, "→", true);
+  EXPECT_EQ(editor->selection(), (TextRange{7, 0}));
+  press(*editor, "→", true);
+  EXPECT_EQ(editor->selection(), (TextRange{9, 0}));
+  press(*editor, "←", true);  // back over the blanks to the end of the word before
+  EXPECT_EQ(editor->selection(), (TextRange{7, 0}));
+  press(*editor, "←", true);
+  EXPECT_EQ(editor->selection(), (TextRange{0, 0}));
+}
+
+TEST_F(EditorKeys, ReturnOnASuggestionCompletesItAndOnOneEqualToTheTermEntersNothing) {
+  auto editor = editing("s.html", "");
+  for (char16_t c : std::u16string(u"<di")) editor->changeText(editor->selection(), {c});
+  ASSERT_FALSE(editor->suggestItems().empty());
+  EXPECT_FALSE(editor->changeText(editor->selection(), u"\n"));  // taken by the list
+  std::u16string chosen = editor->text();
+  EXPECT_TRUE(chosen.starts_with(u"<di") && chosen.size() > 3);
+  EXPECT_TRUE(editor->suggestItems().empty());
+
+  auto exact = editing("t.html", "");
+  for (char16_t c : std::u16string(u"<div")) exact->changeText(exact->selection(), {c});
+  const auto& items = exact->suggestItems();
+  auto at = std::find(items.begin(), items.end(), u"div");
+  ASSERT_NE(at, items.end());
+  std::u16string before = exact->text();
+  exact->selectedKeywordsItem(u"div");
+  EXPECT_EQ(exact->text(), before);
+}
+
+}  // namespace
+}  // namespace harbor
