@@ -231,16 +231,6 @@ struct EditOptions {
   bool bookmark = false;
 };
 
-// The previous code point's start, never inside a surrogate pair.
-std::size_t previousCodePoint(const std::u16string& text, std::size_t at) {
-  if (at == 0) return 0;
-  std::size_t start = at - 1;
-  if (start > 0 && (text[start] & 0xFC00) == 0xDC00 && (text[start - 1] & 0xFC00) == 0xD800) {
-    --start;
-  }
-  return start;
-}
-
 int runEdit(const EditOptions& opts) {
   auto stepsText = readSteps(opts.steps);
   if (!stepsText) {
@@ -289,18 +279,13 @@ int runEdit(const EditOptions& opts) {
       std::u16string text = toUtf16(step[1].get<std::string>());
       for (std::size_t i = 0; i < text.size();) {
         std::size_t n = (text[i] & 0xFC00) == 0xD800 && i + 1 < text.size() ? 2 : 1;
-        editor->changeText(editor->selection(), text.substr(i, n));
+        editor->insertText(text.substr(i, n));
         i += n;
       }
     } else if (name == "paste" && step.size() == 2 && isText(1)) {
       editor->changeText(editor->selection(), toUtf16(step[1].get<std::string>()));
     } else if (name == "delete" && step.size() == 1) {
-      TextRange sel = editor->selection();
-      if (sel.length == 0) {
-        std::size_t start = previousCodePoint(editor->text(), sel.location);
-        sel = TextRange{start, sel.location - start};
-      }
-      if (sel.length > 0) editor->changeText(sel, u"");
+      editor->deleteBackward();
     } else if (name == "select" && step.size() == 3 && isCount(1) && isCount(2)) {
       editor->setSelectedRange(TextRange{step[1].get<std::size_t>(), step[2].get<std::size_t>()});
     } else if (name == "options" && (step.size() == 1 || (step.size() == 2 && isText(1)))) {
@@ -352,7 +337,12 @@ int runEdit(const EditOptions& opts) {
         return bad("key " + std::to_string(index) + " has no " + step[2].get<std::string>() +
                    " action");
       }
-    } else if (name == "timer" || name == "lineno") {
+    } else if (name == "lineno" && step.size() == 2 && isCount(1)) {
+      std::size_t offset = step[1].get<std::size_t>();
+      if (offset > editor->text().size()) return bad("offset past the end of the text");
+      port.events.push_back(
+          {{"kind", "lineno"}, {"offset", offset}, {"text", editor->lineNumberText(offset)}});
+    } else if (name == "timer") {
       return bad("\"" + name + "\" is not available in this build");
     } else {
       return bad("not a step: " + step.dump());

@@ -250,6 +250,7 @@ void EditorBaseController::resetText(const std::u16string& text) {
   // A loaded or template text starts a fresh journal.
   _journal = UnDoManager::instanceWithString(text);
   _textStorage = TextStorage(text);
+  _layoutManager.processEditingForTextStorage(0);
   _selection = TextRange{0, 0};
   invokeFormater();
 }
@@ -307,7 +308,24 @@ bool EditorBaseController::changeText(TextRange range, const std::u16string& rep
   return true;
 }
 
+bool EditorBaseController::insertText(const std::u16string& input) {
+  TextEdit edit = _codeTextView.insertText(text(), _selection, input);
+  if (!changeText(edit.range, edit.text)) return false;
+  if (edit.caret != _selection.location) _selection = TextRange{edit.caret, 0};
+  return true;
+}
+
+bool EditorBaseController::deleteBackward() {
+  auto edit = _codeTextView.deleteBackward(text(), _selection);
+  return edit && changeText(edit->range, edit->text);
+}
+
+std::string EditorBaseController::lineNumberText(std::size_t offset) {
+  return _layoutManager.gutterText(text(), offset);
+}
+
 void EditorBaseController::applyChange(TextRange range, const std::u16string& replacement) {
+  _layoutManager.processEditingForTextStorage(range.location);
   _journal->startGrouping();
   _journal->addUndoItem(range.location, range.length, replacement);
   _textStorage.replaceCharacters(range, replacement);
@@ -505,6 +523,7 @@ void EditorBaseController::undoAction() {
   // The buttons step two entries at a time.
   _journal->undo();
   if (_journal->isCanUndo()) _journal->undo();
+  _layoutManager.processEditingForTextStorage(0);
   _textStorage = TextStorage(text());
   _selection = TextRange{std::min<std::size_t>(_journal->lastAppliedEnd(), text().size()), 0};
   invokeFormater();
@@ -513,6 +532,7 @@ void EditorBaseController::undoAction() {
 void EditorBaseController::redoAction() {
   _journal->redo();
   if (_journal->isCanRedo()) _journal->redo();
+  _layoutManager.processEditingForTextStorage(0);
   _textStorage = TextStorage(text());
   _selection = TextRange{std::min<std::size_t>(_journal->lastAppliedEnd(), text().size()), 0};
   invokeFormater();

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "editor/CodeTextView.h"
 #include "editor/EditorKeyboardItems.h"
 #include "editor/UnDoManager.h"
 #include "platform/Cancellation.h"
@@ -92,6 +93,12 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   void redoAction();
   bool canUndo() const { return _journal->isCanUndo(); }
   bool canRedo() const { return _journal->isCanRedo(); }
+
+  // Typing one key's text, with pair completion; Backspace.
+  bool insertText(const std::u16string& input);
+  bool deleteBackward();
+  // The gutter's number for the line holding `offset`.
+  std::string lineNumberText(std::size_t offset);
 
   // ---- keys and smart input ---------------------------------------------------------
   static constexpr long kFocusTop = INT64_MIN;
@@ -200,6 +207,8 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   std::optional<CancellationToken> _currentThread;
   std::mutex _positionLock;
   std::vector<EditCommonButton> _keys;
+  CodeTextView _codeTextView;
+  CYRLayoutManager _layoutManager;
   std::vector<std::u16string> _suggestItems;
   std::size_t _selectedSuggestion = 0;
   // Suggestion loading and insertion exclude each other; a busy one is skipped.
