@@ -32,7 +32,9 @@ struct NullPort : IEditorView {
   void close() override {}
 };
 
-double ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
+double ms(Clock::duration d) {
+  return std::chrono::duration<double, std::milli>(d).count();
+}
 
 // C++ text of about `bytes`, cut at a line end, from the compiler's own headers.
 std::string cppText(std::size_t bytes) {

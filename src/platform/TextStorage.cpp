@@ -150,9 +150,8 @@ void TextStorage::replaceCharacters(TextRange range, std::u16string_view replace
 
   // Nobody else holds this text: edit it in place rather than copying a
   // large document on every keystroke. A snapshot handed out keeps its copy.
-  std::u16string text = text_.use_count() == 1
-                            ? std::move(const_cast<std::u16string&>(*text_))
-                            : std::u16string(*text_);
+  std::u16string text = text_.use_count() == 1 ? std::move(const_cast<std::u16string&>(*text_))
+                                               : std::u16string(*text_);
   text.replace(loc, end - loc, replacement);
   Runs runs;
   for (const auto& [start, attrs] : runs_) {
