@@ -22,7 +22,7 @@ std::string Color::hex() const {
 }
 
 TextStorage::TextStorage(std::u16string text)
-    : text_(std::make_shared<const std::u16string>(std::move(text))) {}
+    : text_(std::make_shared<std::u16string>(std::move(text))) {}
 
 TextStorage::Runs::iterator TextStorage::splitAt(std::size_t offset) {
   if (offset >= length()) return runs_.end();
@@ -143,13 +143,16 @@ void TextStorage::replaceCharacters(TextRange range, std::u16string_view replace
   const std::size_t end = std::min(range.end(), oldLength);
   const std::size_t newEnd = loc + replacement.size();
 
-  std::u16string text = *text_;
-  text.replace(loc, end - loc, replacement);
-
   // Inserted text continues the run before it; what followed keeps its own.
   std::optional<TextAttributes> after;
   if (end < oldLength) after = attributesAt(end);
   TextAttributes before = loc > 0 ? attributesAt(loc - 1) : after.value_or(TextAttributes{});
+
+  // Nobody else holds this text: edit it in place rather than copying a
+  // large document on every keystroke. A snapshot handed out keeps its copy.
+  std::u16string text = text_.use_count() == 1 ? std::move(const_cast<std::u16string&>(*text_))
+                                               : std::u16string(*text_);
+  text.replace(loc, end - loc, replacement);
   Runs runs;
   for (const auto& [start, attrs] : runs_) {
     if (start < loc) {
@@ -165,7 +168,7 @@ void TextStorage::replaceCharacters(TextRange range, std::u16string_view replace
     it = it->first >= text.size() ? runs.erase(it) : std::next(it);
   }
   runs_ = std::move(runs);
-  text_ = std::make_shared<const std::u16string>(std::move(text));
+  text_ = std::make_shared<std::u16string>(std::move(text));
   coalesceAround(0 < loc ? loc - 1 : 0, newEnd + 1);
   if (observer_) {
     observer_(TextRange{loc, replacement.size()}, static_cast<std::ptrdiff_t>(replacement.size()) -

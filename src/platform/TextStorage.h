@@ -109,7 +109,8 @@ class TextStorage {
     const TextAttributes* uniform;
   };
 
-  std::shared_ptr<const std::u16string> text_ = std::make_shared<const std::u16string>();
+  // Made non-const, so an edit may change it in place when nobody shares it.
+  std::shared_ptr<const std::u16string> text_ = std::make_shared<std::u16string>();
   Runs runs_{{0, TextAttributes{}}};
   std::uint64_t writes_ = 0;
   EditObserver observer_;
