@@ -1,4 +1,11 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -65,6 +72,41 @@ TEST_F(CloudCommandTest, LeavingTheDriveAndMissingContainerAreRefused) {
   unsetenv("HARBOR_CLOUD_DIR");
   EXPECT_EQ(runHarbor({"cloud", "ls"}).code, 2);
   EXPECT_EQ(runHarbor({"cloud", "rm", "x"}).code, 2);
+}
+
+TEST_F(CloudCommandTest, WatchPrintsOneLinePerChange) {
+  fs::create_directories(docs());
+  int out[2];
+  ASSERT_EQ(pipe(out), 0);
+  const std::string harbor = std::string(HARBOR_BINARY_DIR) + "/harbor";
+  const std::string dir = (home() / "drive").string();
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    dup2(out[1], 1);
+    close(out[0]);
+    execl(harbor.c_str(), harbor.c_str(), "cloud", "--cloud-dir", dir.c_str(), "ls", "--watch",
+          "--json", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(out[1]);
+  FILE* lines = fdopen(out[0], "r");
+  // The watch is running once an empty folder is watched; a moment to start.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  writeFile(docs() / "new.txt", "n");
+  char buf[4096];
+  ASSERT_TRUE(std::fgets(buf, sizeof buf, lines));
+  auto j = nlohmann::json::parse(buf);
+  EXPECT_EQ(j["added"], nlohmann::json({"new.txt"}));
+  EXPECT_TRUE(j["removed"].empty());
+  fs::remove(docs() / "new.txt");
+  ASSERT_TRUE(std::fgets(buf, sizeof buf, lines));
+  EXPECT_EQ(nlohmann::json::parse(buf)["removed"], nlohmann::json({"new.txt"}));
+  kill(child, SIGINT);
+  int status = 0;
+  waitpid(child, &status, 0);
+  fclose(lines);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 }  // namespace
