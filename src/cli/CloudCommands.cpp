@@ -205,14 +205,14 @@ void addCloudCommands(CLI::App& app, int& exitCode) {
       "Print {filename, path, isDirectory, totalBytes, lastModifiedDate, downloadingStatus}");
   ls->callback([opts, &exitCode] { exitCode = runLs(*opts); });
 
-  struct Spec {
+  struct Subcommand {
     const char* name;
     const char* help;
     Op op;
     const char* first;
     const char* second;
   };
-  static const Spec specs[] = {
+  static const Subcommand subcommands[] = {
       {"upload", "Copy a local file or folder to the drive, replacing the target", Op::upload,
        "LOCAL", "CPATH"},
       {"download", "Copy an item of the drive to a new local path, fetching it first", Op::download,
@@ -221,7 +221,7 @@ void addCloudCommands(CLI::App& app, int& exitCode) {
       {"mkdir", "Create a folder (with its parents) on the drive", Op::mkdir, "CPATH", nullptr},
       {"rm", "Remove an item of the drive (a link, never its target)", Op::rm, "CPATH", nullptr},
   };
-  for (const Spec& s : specs) {
+  for (const Subcommand& s : subcommands) {
     CLI::App* cmd = cloud->add_subcommand(s.name, s.help);
     addCloudDir(cmd, opts);
     cmd->add_option(s.first, opts->first, s.first)->required();
