@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "app/GlobalConfig.h"
+#include "cloud/CloudProvider.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileManagerUtil.h"
 #include "filemanager/TempDirectoryUtil.h"
@@ -19,6 +20,16 @@ bool AppDelegate::didFinishLaunchingWithOptions(const LaunchOptions& options) {
 void AppDelegate::initAction() {
   startClearTemp();
   FileManagerUtil::checkPasswordFileIsExists();
+  // The cloud drive is the sync folder from the environment, usable while it
+  // is there and writable.
+  if (!CloudProvider::shared())
+    CloudProvider::setShared(LocalSyncFolderProvider::fromEnvironment(""));
+  if (!ApplicationServices::shared().cloudIdentityAvailable) {
+    ApplicationServices::shared().cloudIdentityAvailable = [] {
+      auto provider = CloudProvider::shared();
+      return provider && provider->isAvailable();
+    };
+  }
   std::shared_ptr<ViewController> browser;
   if (auto& make = ApplicationServices::shared().fileManagerController) browser = make();
   fileManagerNavController = std::make_shared<NavigationController>(browser);

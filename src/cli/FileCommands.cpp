@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/InterruptWatch.h"
 #include "cli/Output.h"
 #include "filemanager/FilePresenter.h"
 #include "filemanager/FilePropertyCopyURLS.h"
@@ -170,40 +171,6 @@ int runDu(const DuOptions& opts) {
 struct CpOptions {
   std::vector<std::string> paths;  // sources, then the destination
   bool json = false;
-};
-
-// Turns Ctrl-C into the walkers' cancel broadcast. Signals are taken by a
-// thread of their own, so the broadcast never runs inside a handler.
-class InterruptWatch {
- public:
-  InterruptWatch() {
-    sigemptyset(&set_);
-    sigaddset(&set_, SIGINT);
-    sigaddset(&set_, SIGTERM);
-    sigaddset(&set_, SIGUSR1);
-    // Blocked before any worker starts, so every thread inherits the mask.
-    pthread_sigmask(SIG_BLOCK, &set_, &old_);
-    thread_ = std::thread([this] {
-      for (;;) {
-        int sig = 0;
-        if (sigwait(&set_, &sig) != 0 || sig == SIGUSR1) return;
-        interrupted_ = true;
-        NotificationCenter::defaultCenter().post(notifications::FilePropertyCancelNotification);
-      }
-    });
-  }
-  ~InterruptWatch() {
-    pthread_kill(thread_.native_handle(), SIGUSR1);
-    thread_.join();
-    pthread_sigmask(SIG_SETMASK, &old_, nullptr);
-  }
-  bool interrupted() const { return interrupted_; }
-
- private:
-  sigset_t set_;
-  sigset_t old_;
-  std::atomic<bool> interrupted_{false};
-  std::thread thread_;
 };
 
 // A bar on standard error, redrawn a few times a second.

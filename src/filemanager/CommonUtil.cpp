@@ -118,6 +118,13 @@ std::size_t CommonUtil::getFilesNumberInFolder(const std::string& folder, bool c
   return FileUtil::getFilesNumberInFolder(folder, containsFolder, filters);
 }
 
+bool CommonUtil::isMoreTime(const std::optional<FileUtil::Date>& since, double seconds) {
+  if (!since) return true;
+  const auto now = std::chrono::system_clock::now();
+  if (*since > now) return true;
+  return std::chrono::duration<double>(now - *since).count() >= seconds;
+}
+
 void CommonUtil::checkBookMark() {
   UserDefaults& defaults = UserDefaults::standard();
   auto bookmarks = defaults.dictionaryForKey(kBookmarkKey);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -60,6 +61,10 @@ class CommonUtil {
 
   // Drops the bookmarks of files that no longer exist under the document root.
   static void checkBookMark();
+
+  // Whether at least `seconds` have passed since `since`; true when there is
+  // no date yet, and when the date lies in the future (a clock set back).
+  static bool isMoreTime(const std::optional<FileUtil::Date>& since, double seconds);
 
   // The rule of FileUtil::formatSize.
   static std::string formattedFileSizeAll(std::uint64_t size);
