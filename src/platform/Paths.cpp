@@ -12,7 +12,17 @@ std::vector<std::string_view> components(std::string_view p) {
   while (i <= p.size()) {
     std::size_t j = std::min(p.find('/', i), p.size());
     std::string_view part = p.substr(i, j - i);
-    if (!part.empty() && part != ".") parts.push_back(part);
+    if (part == "..") {
+      // Resolved by name, as the kernel would without links: "/a/b/../c" is
+      // "/a/c", so a climb out of a base never passes for a name inside it.
+      if (!parts.empty() && parts.back() != "..") {
+        parts.pop_back();
+      } else if (p.empty() || p.front() != '/') {
+        parts.push_back(part);  // a relative path may climb above its start
+      }
+    } else if (!part.empty() && part != ".") {
+      parts.push_back(part);
+    }
     i = j + 1;
   }
   return parts;

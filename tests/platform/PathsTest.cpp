@@ -22,5 +22,15 @@ TEST(Paths, InsideIsDecidedByWholeComponents) {
   EXPECT_EQ(relativePathBelow("/x", "/"), "/x");
 }
 
+TEST(Paths, ClimbingOutIsNeverInside) {
+  EXPECT_FALSE(isPathAtOrBelow("/r/../x", "/r"));
+  EXPECT_FALSE(isPathAtOrBelow("/r/a/../../x", "/r"));
+  EXPECT_TRUE(isPathAtOrBelow("/r/a/../b", "/r"));
+  EXPECT_EQ(relativePathBelow("/r/a/../b", "/r"), "/b");
+  EXPECT_TRUE(isPathAtOrBelow("/../r/a", "/r")) << "nothing is above the root";
+  EXPECT_FALSE(isPathAtOrBelow("../r/a", "r"));
+  EXPECT_FALSE(isPathAtOrBelow("r/../../r/a", "r"));
+}
+
 }  // namespace
 }  // namespace harbor

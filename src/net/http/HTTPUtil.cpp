@@ -1,5 +1,7 @@
 #include "net/http/HTTPUtil.h"
 
+#include "platform/Paths.h"
+
 #include <openssl/evp.h>
 #include <openssl/md5.h>
 #include <openssl/rand.h>
@@ -250,21 +252,6 @@ std::string HTTPUtil::uuidString() {
   return out;
 }
 
-bool HTTPUtil::isPathInsideRoot(const std::string& path, const std::string& root) {
-  fs::path p = fs::path(path).lexically_normal();
-  fs::path r = fs::path(root).lexically_normal();
-  auto pit = p.begin();
-  for (auto rit = r.begin(); rit != r.end(); ++rit) {
-    if (rit->empty()) continue;  // the trailing "/" of a folder
-    if (pit == p.end() || *pit != *rit) return false;
-    ++pit;
-  }
-  for (; pit != p.end(); ++pit) {
-    if (*pit == "..") return false;
-  }
-  return true;
-}
-
 std::optional<std::string> HTTPUtil::resolveInsideRoot(const std::string& path,
                                                        const std::string& root) {
   std::error_code ec;
@@ -273,14 +260,14 @@ std::optional<std::string> HTTPUtil::resolveInsideRoot(const std::string& path,
   fs::path normal = fs::path(path).lexically_normal();
   // A path already resolved (as an index file found below the real root) is
   // measured against the real root; any other against the root as given.
-  if (!isPathInsideRoot(normal.string(), fs::path(root).lexically_normal().string()) &&
-      !isPathInsideRoot(normal.string(), realRoot.string())) {
+  if (!isPathAtOrBelow(normal.string(), fs::path(root).lexically_normal().string()) &&
+      !isPathAtOrBelow(normal.string(), realRoot.string())) {
     return std::nullopt;
   }
   // weakly_canonical resolves every link on the way, a dangling leaf too.
   fs::path real = fs::weakly_canonical(normal, ec);
   if (ec) return std::nullopt;
-  if (!isPathInsideRoot(real.string(), realRoot.string())) return std::nullopt;
+  if (!isPathAtOrBelow(real.string(), realRoot.string())) return std::nullopt;
   return real.string();
 }
 

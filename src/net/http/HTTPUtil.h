@@ -43,9 +43,6 @@ class HTTPUtil {
   static std::string base64Encode(std::string_view data);
   static std::string uuidString();
 
-  // Whether `path` is `root` or below it, by components, after both were
-  // made canonical. Kept here until the file manager's path helpers have it.
-  static bool isPathInsideRoot(const std::string& path, const std::string& root);
   // The real location of `path` (links resolved, for a missing leaf its
   // folder's) when it stays inside `root`; nullopt otherwise.
   static std::optional<std::string> resolveInsideRoot(const std::string& path,
