@@ -1,10 +1,8 @@
 #include "filemanager/FileModes.h"
 
-#include <sys/stat.h>
+#include "platform/ProcessUmask.h"
 
-#include <cstdio>
-#include <cstring>
-#include <mutex>
+#include <sys/stat.h>
 
 namespace harbor {
 
@@ -13,26 +11,7 @@ constexpr unsigned kPermissionBits = 0777;
 }
 
 unsigned FileModes::umask() {
-  // /proc gives the umask without the set-and-restore dance, which would
-  // briefly let another thread create files under the wrong mask.
-  if (FILE* f = std::fopen("/proc/self/status", "re")) {
-    char line[256];
-    unsigned value = 0;
-    bool found = false;
-    while (std::fgets(line, sizeof line, f)) {
-      if (std::strncmp(line, "Umask:", 6) == 0) {
-        found = std::sscanf(line + 6, "%o", &value) == 1;
-        break;
-      }
-    }
-    std::fclose(f);
-    if (found) return value & kPermissionBits;
-  }
-  static std::mutex lock;
-  std::lock_guard guard(lock);
-  const mode_t old = ::umask(077);
-  ::umask(old);
-  return static_cast<unsigned>(old) & kPermissionBits;
+  return processUmask();
 }
 
 unsigned FileModes::forCopy(unsigned sourceMode) {

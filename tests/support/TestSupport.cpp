@@ -1,5 +1,7 @@
 #include "support/TestSupport.h"
 
+#include "platform/ProcessUmask.h"
+
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -57,10 +59,10 @@ fs::path TempHome::root() const {
   return Directories::documentDirectory();
 }
 
-ScopedUmask::ScopedUmask(unsigned mask) : saved_(::umask(static_cast<mode_t>(mask))) {}
+ScopedUmask::ScopedUmask(unsigned mask) : saved_(setProcessUmask(mask)) {}
 
 ScopedUmask::~ScopedUmask() {
-  ::umask(static_cast<mode_t>(saved_));
+  setProcessUmask(saved_);
 }
 
 unsigned modeOf(const std::filesystem::path& p) {
