@@ -75,7 +75,7 @@ TEST_F(TarArchiveTest, LongNameAppliesToNextEntryOnly) {
   EXPECT_EQ(treeOf(dir / "one"), (std::vector<std::string>{std::string(120, 'n') + ".txt"}));
 }
 
-TEST_F(TarArchiveTest, UnknownTypeAndTruncationAreErrors) {
+TEST_F(TarArchiveTest, UnknownTypesAreReportedAndTruncationIsAnError) {
   ASSERT_TRUE(runPython(dir.path(), R"(
 import io, tarfile
 with tarfile.open('t.tar', 'w', format=tarfile.USTAR_FORMAT) as t:
@@ -92,10 +92,16 @@ open('cut.tar', 'wb').write(data[:512 + 1])
 # Many trailing zero blocks are just the end.
 open('zeros.tar', 'wb').write(data + bytes(512 * 40))
 )"));
+  // A kind not read here is skipped and named in the report, never dropped
+  // silently; what follows it still comes out.
   UTarManager unknown((dir / "unknown.tar").string(), nullptr, nullptr, "");
-  EXPECT_FALSE(unknown.listFiles());
-  EXPECT_EQ(unknown.archiveError()->code, 4);
+  EXPECT_TRUE(unknown.listFiles());
   EXPECT_EQ(entryPaths(unknown), (std::vector<std::string>{"first.txt"}));
+  EXPECT_TRUE(unknown.unArchivePath((dir / "unknownout").string()));
+  EXPECT_EQ(treeOf(dir / "unknownout"), (std::vector<std::string>{"first.txt"}));
+  ASSERT_EQ(unknown.refusedEntries().size(), 1u);
+  EXPECT_EQ(unknown.refusedEntries()[0].path, "second.txt");
+  EXPECT_NE(unknown.refusedEntries()[0].reason.find("'9'"), std::string::npos);
 
   UTarManager cut((dir / "cut.tar").string(), nullptr, nullptr, "");
   EXPECT_FALSE(cut.listFiles());

@@ -1,15 +1,19 @@
 #include "archive/tar/UTarManager.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
+#include "archive/SafeExtraction.h"
 #include "filemanager/FileUtil.h"
 
 namespace harbor {
+namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kBlock = 512;
@@ -35,6 +39,26 @@ std::string textField(const char (&field)[N]) {
 template <std::size_t N>
 std::uint64_t numberField(const char (&field)[N]) {
   return UTarManager::charToUnsignedLongLong(field, N);
+}
+
+std::string memberKindNotExtracted(char type) {
+  switch (type) {
+    case '3':
+      return "a character device is not extracted";
+    case '4':
+      return "a block device is not extracted";
+    case '6':
+      return "a named pipe is not extracted";
+    case 'S':
+      return "a sparse file is not extracted";
+    case 'V':
+      return "a volume label is not extracted";
+    case 'M':
+      return "a file continued from another volume is not extracted";
+    default:
+      return std::string("a member of type '") + (type >= 32 && type < 127 ? type : '?') +
+             "' is not extracted";
+  }
 }
 
 Error damagedHeader() {
@@ -109,6 +133,65 @@ std::string UTarManager::fullName(const TarHeader& header) {
   return name;
 }
 
+void UTarManager::readPaxRecords(const std::string& raw, bool global) {
+  Pax& into = global ? globalPax_ : pax_;
+  for (std::size_t at = 0; at < raw.size();) {
+    const std::size_t space = raw.find(' ', at);
+    if (space == std::string::npos) break;
+    const std::size_t length = std::strtoul(raw.c_str() + at, nullptr, 10);
+    if (length == 0 || at + length > raw.size() || space >= at + length) break;
+    // "LENGTH key=value\n"
+    const std::string record = raw.substr(space + 1, at + length - space - 2);
+    const std::size_t eq = record.find('=');
+    if (eq != std::string::npos) {
+      const std::string key = record.substr(0, eq);
+      const std::string value = record.substr(eq + 1);
+      if (key == "path" && !global) longName_ = value;
+      if (key == "linkpath" && !global) longLink_ = value;
+      if (key == "size" && !value.empty() &&
+          value.find_first_not_of("0123456789") == std::string::npos)
+        into.size = std::strtoull(value.c_str(), nullptr, 10);
+      if (key == "mtime" && !value.empty()) into.mtime = std::strtoll(value.c_str(), nullptr, 10);
+      if (key.rfind("GNU.sparse.", 0) == 0) into.sparse = true;
+      if (key == "GNU.sparse.name") into.sparseName = value;
+    }
+    at += length;
+  }
+}
+
+std::optional<std::chrono::system_clock::time_point> UTarManager::memberDate(
+    const TarHeader& header) const {
+  if (pax_.mtime) return getDateWithInterval(*pax_.mtime);
+  if (globalPax_.mtime) return getDateWithInterval(*globalPax_.mtime);
+  return getDateWithInterval(static_cast<std::int64_t>(numberField(header.mtime)));
+}
+
+bool UTarManager::makeHardLink(const std::string& name, const std::string& targetName) {
+  auto target = safeTarget(destination_, name);
+  if (!target) return true;  // refused and recorded
+  std::string reason;
+  auto source = extraction::safeTarget(destination_, targetName, reason);
+  std::error_code ec;
+  if (!source || !fs::is_regular_file(fs::symlink_status(*source, ec))) {
+    refuse(name, "hard link to " + targetName + ", which was not extracted");
+    return true;
+  }
+  fs::create_directories(fs::path(*target).parent_path(), ec);
+  const std::string temp =
+      (fs::path(*target).parent_path() /
+       ("." + fs::path(*target).filename().string() + ".part-" + extraction::uniqueName()))
+          .string();
+  // A hard link where the file system allows it, else a copy.
+  bool made = ::link(source->c_str(), temp.c_str()) == 0;
+  if (!made) made = FileUtil::copyFile(*source, temp, true, false, nullptr);
+  if (!made || std::rename(temp.c_str(), target->c_str()) != 0) {
+    ::unlink(temp.c_str());
+    setError(errorFailedToCreateFile(name));
+    return false;
+  }
+  return true;
+}
+
 bool UTarManager::listFiles() {
   rootEntry_->clear();
   return extractFile(true);
@@ -118,7 +201,11 @@ bool UTarManager::createFile(const std::string& name, const TarHeader& header, s
                              FILE* file, const std::string& relativeBase) {
   const std::string relative = name.substr(std::min(relativeBase.size(), name.size()));
   const unsigned mode = static_cast<unsigned>(numberField(header.mode));
-  const auto date = getDateWithInterval(static_cast<std::int64_t>(numberField(header.mtime)));
+  const auto date = memberDate(header);
+  if (header.typeflag == '1') {
+    const std::string to = longLink_.empty() ? textField(header.linkname) : longLink_;
+    return makeHardLink(relative, to.substr(std::min(relativeBase.size(), to.size())));
+  }
   auto target = safeTarget(destination_, relative);
   if (header.typeflag == '2') {
     if (!target) return true;
@@ -161,6 +248,9 @@ bool UTarManager::extractFile(bool list) {
   }
   FILE* f = file.get();
   const std::uint64_t total = fileSizeOf(f);
+  pax_ = {};
+  globalPax_ = {};
+  listedSizes_.clear();
   TarHeader header;
   std::uint64_t pos = 0;
   while (pos < total) {
@@ -169,39 +259,66 @@ bool UTarManager::extractFile(bool list) {
     pos += kBlock;
     // End-of-archive blocks carry no checksum; anything else must.
     if (header.isZeroBlock()) continue;
-    const std::uint64_t size = numberField(header.size);
+    const char type = header.typeflag;
+    const bool paxHeader = type == 'x' || type == 'g' || type == 'X';
+    // A pax size record gives the real size when the header cannot hold it.
+    std::uint64_t size = numberField(header.size);
+    if (!paxHeader && pax_.size)
+      size = *pax_.size;
+    else if (!paxHeader && globalPax_.size)
+      size = *globalPax_.size;
     const std::uint64_t dataStart = pos;
     if (!header.checksumMatches() || size > total) {
       setError(damagedHeader());
       return false;
     }
-    const char type = header.typeflag;
     bool dataConsumed = false;
     switch (type) {
       case '0':
       case '\0':
+      case '1':
       case '2':
       case '7': {
         if (allZero(header.name, sizeof header.name) && longName_.empty()) break;
-        const std::string name = fullName(header);
+        const std::string name =
+            pax_.sparse && !pax_.sparseName.empty() ? pax_.sparseName : fullName(header);
         longName_.clear();
         if (isIgnore(name)) {
           longLink_.clear();
+          pax_ = {};
+          break;
+        }
+        if (pax_.sparse || globalPax_.sparse) {
+          // Its data is a hole map followed by the pieces: written as it
+          // stands it would be a wrong file, so it is reported instead.
+          if (!list) refuse(name, memberKindNotExtracted('S'));
+          longLink_.clear();
+          pax_ = {};
           break;
         }
         const bool link = type == '2';
+        const bool hardLink = type == '1';
         if (list) {
-          auto date = getDateWithInterval(static_cast<std::int64_t>(numberField(header.mtime)));
+          auto date = memberDate(header);
           std::optional<std::string> alias;
           if (link) alias = longLink_.empty() ? textField(header.linkname) : longLink_;
-          rootEntry_->addToRootEntry(std::make_shared<ZipEntry>(name, FilePos{dataStart, 0}, 0,
-                                                                link ? 0 : size, link ? 0 : size, 0,
-                                                                alias, date, true));
+          // A hard link lists as a file of its target's size.
+          std::uint64_t shown = link ? 0 : size;
+          if (hardLink) {
+            const std::string to = longLink_.empty() ? textField(header.linkname) : longLink_;
+            const auto it = listedSizes_.find(to);
+            shown = it == listedSizes_.end() ? 0 : it->second;
+          } else if (!link) {
+            listedSizes_[name] = size;
+          }
+          rootEntry_->addToRootEntry(std::make_shared<ZipEntry>(
+              name, FilePos{dataStart, 0}, 0, shown, shown, 0, alias, date, true));
         } else {
-          if (!createFile(name, header, link ? 0 : size, f, "")) return false;
-          dataConsumed = !link;
+          if (!createFile(name, header, link || hardLink ? 0 : size, f, "")) return false;
+          dataConsumed = !link && !hardLink;
         }
         longLink_.clear();
+        pax_ = {};
         break;
       }
       case '5': {
@@ -220,23 +337,27 @@ bool UTarManager::extractFile(bool list) {
         }
         break;
       }
-      case 'x': {
-        // pax: only the long path and link target matter here.
+      case 'x':
+      case 'X':
+      case 'g': {
         std::string raw;
         const bool whole = readPayload(f, size, raw);
         if (!whole) {
           setError(errorArchive());
           return false;
         }
-        for (std::size_t at = 0; at < raw.size();) {
-          std::size_t space = raw.find(' ', at);
-          if (space == std::string::npos) break;
-          std::size_t length = std::strtoul(raw.c_str() + at, nullptr, 10);
-          if (length == 0 || at + length > raw.size()) break;
-          std::string record = raw.substr(space + 1, at + length - space - 2);
-          if (record.starts_with("path=")) longName_ = record.substr(5);
-          if (record.starts_with("linkpath=")) longLink_ = record.substr(9);
-          at += length;
+        readPaxRecords(raw, type == 'g');
+        pos += padded(size);
+        continue;
+      }
+      case 'K': {
+        // GNU: the next header's link target.
+        std::string raw;
+        const bool whole = readPayload(f, size, raw);
+        longLink_ = charToString(raw.data(), strnlen(raw.data(), raw.size()));
+        if (!whole) {
+          setError(errorArchive());
+          return false;
         }
         pos += padded(size);
         continue;
@@ -254,13 +375,16 @@ bool UTarManager::extractFile(bool list) {
         pos += padded(size);
         continue;
       }
-      default:
-        if (type == '1' || type == '3' || type == '4' || type == '6' || type == 'g' ||
-            type == 'x' || (type >= 'A' && type <= 'Z' && type != 'L')) {
-          break;  // data skipped below
-        }
-        setError(errorArchive());
-        return false;
+      default: {
+        // Devices, fifos, sparse files, volume labels and kinds unknown here:
+        // skipped, but never silently.
+        const std::string name = fullName(header);
+        longName_.clear();
+        longLink_.clear();
+        pax_ = {};
+        if (!list && !name.empty() && !isIgnore(name)) refuse(name, memberKindNotExtracted(type));
+        break;
+      }
     }
     const std::uint64_t next = dataStart + padded(size);
     if (next > total) {
@@ -308,7 +432,8 @@ bool UTarManager::unArchiveAssignDetailPath(const ZipEntry& entry, const std::st
     setError(damagedHeader());
     return false;
   }
-  const std::uint64_t size = header.typeflag == '2' ? 0 : numberField(header.size);
+  // The listed size, which a pax record may have given.
+  const std::uint64_t size = header.typeflag == '2' || header.typeflag == '1' ? 0 : entry.size();
   return createFile(entry.path(), header, size, file, base);
 }
 

@@ -1,15 +1,19 @@
 #pragma once
 
+#include <chrono>
 #include <cstdio>
+#include <map>
+#include <optional>
 
 #include "archive/ArchiveBase.h"
 #include "archive/tar/TarHeader.h"
 
 namespace harbor {
 
-// Reads tar archives (ustar, GNU long names; pax records are skipped). A
-// header whose checksum fails makes the archive damaged (error 4).
-// Dates count from 1970 GMT.
+// Reads tar archives: ustar, GNU long names and links, pax records (path,
+// linkpath, size, mtime; per member and global), hard links. Members of other
+// kinds are skipped and reported as not extracted. A header whose checksum
+// fails makes the archive damaged (error 4). Dates count from 1970 GMT.
 class UTarManager : public ArchiveBase {
  public:
   UTarManager(std::string path, ZipEntry::Ptr rootEntry, IActionProgress* action,
@@ -32,9 +36,23 @@ class UTarManager : public ArchiveBase {
                   const std::string& relativeBase);
   bool unArchiveAssignDetailPath(const ZipEntry& entry, const std::string& base, FILE* file);
 
+  // What pax records say about the next member (or, global, all after).
+  struct Pax {
+    std::optional<std::uint64_t> size;
+    std::optional<std::int64_t> mtime;
+    bool sparse = false;  // GNU sparse records: the data is a map, not the file
+    std::string sparseName;
+  };
+  void readPaxRecords(const std::string& raw, bool global);
+  std::optional<std::chrono::system_clock::time_point> memberDate(const TarHeader& header) const;
+  bool makeHardLink(const std::string& name, const std::string& targetName);
+
   std::string destination_;
   std::string longName_;
-  std::string longLink_;  // from a pax record
+  std::string longLink_;  // from a pax record or a GNU long-link header
+  Pax pax_;
+  Pax globalPax_;
+  std::map<std::string, std::uint64_t> listedSizes_;  // for hard links' sizes
 };
 
 }  // namespace harbor
