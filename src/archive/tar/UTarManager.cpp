@@ -154,6 +154,14 @@ void UTarManager::readPaxRecords(const std::string& raw, bool global) {
       if (key == "mtime" && !value.empty()) into.mtime = std::strtoll(value.c_str(), nullptr, 10);
       if (key.rfind("GNU.sparse.", 0) == 0) into.sparse = true;
       if (key == "GNU.sparse.name") into.sparseName = value;
+      if (key == "GNU.sparse.major") into.sparseMajor = std::atoi(value.c_str());
+      if (key == "GNU.sparse.realsize" || key == "GNU.sparse.size")
+        into.sparseRealSize = std::strtoull(value.c_str(), nullptr, 10);
+      if (key == "GNU.sparse.map") into.sparseMap = value;
+      if (key == "GNU.sparse.offset")
+        into.sparseOffsets.push_back(std::strtoull(value.c_str(), nullptr, 10));
+      if (key == "GNU.sparse.numbytes")
+        into.sparseLengths.push_back(std::strtoull(value.c_str(), nullptr, 10));
     }
     at += length;
   }
@@ -189,6 +197,123 @@ bool UTarManager::makeHardLink(const std::string& name, const std::string& targe
     setError(errorFailedToCreateFile(name));
     return false;
   }
+  return true;
+}
+
+namespace {
+
+// Pieces in order, inside the file, adding up to the data there is.
+bool sparseMapHolds(const std::vector<UTarManager::SparsePiece>& map, std::uint64_t realSize,
+                    std::uint64_t dataBytes) {
+  std::uint64_t end = 0;
+  std::uint64_t sum = 0;
+  for (const auto& p : map) {
+    if (p.offset < end || p.length > realSize || p.offset > realSize - p.length) return false;
+    end = p.offset + p.length;
+    sum += p.length;
+  }
+  return sum == dataBytes;
+}
+
+}  // namespace
+
+bool UTarManager::paxSparseMap(FILE* f, std::uint64_t dataSize, std::vector<SparsePiece>& map,
+                               std::uint64_t& realSize, std::uint64_t& mapBytes) {
+  const Pax& p = pax_.sparse ? pax_ : globalPax_;
+  map.clear();
+  mapBytes = 0;
+  if (!p.sparseRealSize) return false;
+  realSize = *p.sparseRealSize;
+  if (p.sparseMajor == 1) {
+    // Version 1: decimal lines at the start of the data, padded to a block.
+    std::string text;
+    std::vector<std::uint64_t> numbers;
+    std::uint64_t count = 0;
+    std::size_t at = 0;
+    char block[kBlock];
+    for (;;) {
+      while (at < text.size()) {
+        const std::size_t nl = text.find('\n', at);
+        if (nl == std::string::npos) break;
+        numbers.push_back(std::strtoull(text.c_str() + at, nullptr, 10));
+        at = nl + 1;
+      }
+      if (!numbers.empty()) {
+        count = numbers[0];
+        if (count > (dataSize / 2) + 1) return false;  // more pieces than bytes to describe them
+        if (numbers.size() >= 1 + 2 * count) break;
+      }
+      if (mapBytes + kBlock > dataSize || std::fread(block, 1, kBlock, f) != kBlock) return false;
+      mapBytes += kBlock;
+      text.append(block, kBlock);
+    }
+    for (std::uint64_t i = 0; i < count; ++i)
+      map.push_back({numbers[1 + 2 * i], numbers[2 + 2 * i]});
+  } else if (!p.sparseMap.empty()) {
+    std::vector<std::uint64_t> numbers;
+    for (std::size_t at = 0; at <= p.sparseMap.size();) {
+      std::size_t comma = p.sparseMap.find(',', at);
+      if (comma == std::string::npos) comma = p.sparseMap.size();
+      numbers.push_back(std::strtoull(p.sparseMap.c_str() + at, nullptr, 10));
+      at = comma + 1;
+    }
+    if (numbers.size() % 2) return false;
+    for (std::size_t i = 0; i < numbers.size(); i += 2) map.push_back({numbers[i], numbers[i + 1]});
+  } else {
+    if (p.sparseOffsets.size() != p.sparseLengths.size()) return false;
+    for (std::size_t i = 0; i < p.sparseOffsets.size(); ++i)
+      map.push_back({p.sparseOffsets[i], p.sparseLengths[i]});
+  }
+  return sparseMapHolds(map, realSize, dataSize - mapBytes);
+}
+
+bool UTarManager::writeSparse(const std::string& name, const TarHeader& header, FILE* f,
+                              const std::vector<SparsePiece>& map, std::uint64_t realSize) {
+  auto target = safeTarget(destination_, name);
+  if (!target) return true;
+  std::error_code ec;
+  fs::create_directories(fs::path(*target).parent_path(), ec);
+  const std::string temp =
+      (fs::path(*target).parent_path() /
+       ("." + fs::path(*target).filename().string() + ".part-" + extraction::uniqueName()))
+          .string();
+  FILE* out = std::fopen(temp.c_str(), "wb");
+  if (!out) {
+    setError(errorFailedToCreateFile(name));
+    return false;
+  }
+  bool ok = true;
+  std::vector<char> buf(kCopyBlock);
+  for (const auto& piece : map) {
+    // Seeking past the end leaves a hole; nothing is written for it.
+    if (!ok || fseeko(out, static_cast<off_t>(piece.offset), SEEK_SET) != 0) {
+      ok = false;
+      break;
+    }
+    for (std::uint64_t left = piece.length; left > 0 && ok;) {
+      if (checkCancelled()) {
+        ok = false;
+        break;
+      }
+      const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(left, buf.size()));
+      if (std::fread(buf.data(), 1, want, f) != want) {
+        setError(errorArchive());
+        ok = false;
+        break;
+      }
+      ok = std::fwrite(buf.data(), 1, want, out) == want;
+      left -= want;
+      addProgress(want);
+    }
+  }
+  if (ok) ok = std::fflush(out) == 0 && ::ftruncate(fileno(out), static_cast<off_t>(realSize)) == 0;
+  ok = std::fclose(out) == 0 && ok;
+  if (!ok || std::rename(temp.c_str(), target->c_str()) != 0) {
+    ::unlink(temp.c_str());
+    if (!error_) setError(errorFailedToCreateFile(name));
+    return false;
+  }
+  applyAttributes(*target, static_cast<unsigned>(numberField(header.mode)), memberDate(header));
   return true;
 }
 
@@ -267,7 +392,7 @@ bool UTarManager::extractFile(bool list) {
       size = *pax_.size;
     else if (!paxHeader && globalPax_.size)
       size = *globalPax_.size;
-    const std::uint64_t dataStart = pos;
+    std::uint64_t dataStart = pos;
     if (!header.checksumMatches() || size > total) {
       setError(damagedHeader());
       return false;
@@ -289,9 +414,23 @@ bool UTarManager::extractFile(bool list) {
           break;
         }
         if (pax_.sparse || globalPax_.sparse) {
-          // Its data is a hole map followed by the pieces: written as it
-          // stands it would be a wrong file, so it is reported instead.
-          if (!list) refuse(name, memberKindNotExtracted('S'));
+          // Its data is the pieces of a file with holes (for version 1,
+          // after a map of them): expanded to the full size, holes kept.
+          std::vector<SparsePiece> map;
+          std::uint64_t realSize = 0;
+          std::uint64_t mapBytes = 0;
+          if (!paxSparseMap(f, size, map, realSize, mapBytes)) {
+            setError({kArchiveErrorDomain, kArchiveErrorArchive,
+                      "Archive issues: the sparse map of " + name + " does not fit its data"});
+            return false;
+          }
+          if (list) {
+            rootEntry_->addToRootEntry(std::make_shared<ZipEntry>(name, FilePos{dataStart, 0}, 0,
+                                                                  size, realSize, 0, std::nullopt,
+                                                                  memberDate(header), true));
+          } else if (!isIgnore(name) && !writeSparse(name, header, f, map, realSize)) {
+            return false;
+          }
           longLink_.clear();
           pax_ = {};
           break;
@@ -318,6 +457,50 @@ bool UTarManager::extractFile(bool list) {
           dataConsumed = !link && !hardLink;
         }
         longLink_.clear();
+        pax_ = {};
+        break;
+      }
+      case 'S': {
+        // GNU's own sparse member: up to four pieces in the header, more in
+        // extension blocks, the full size after them.
+        const std::string name = fullName(header);
+        longName_.clear();
+        const auto* raw = reinterpret_cast<const char*>(&header);
+        std::vector<SparsePiece> map;
+        auto addPieces = [&](const char* at, int n) {
+          for (int i = 0; i < n; ++i) {
+            const char* e = at + i * 24;
+            if (e[0] == 0) return;
+            map.push_back({charToUnsignedLongLong(e, 12), charToUnsignedLongLong(e + 12, 12)});
+          }
+        };
+        addPieces(raw + 386, 4);
+        bool extended = raw[482] != 0;
+        const std::uint64_t realSize = charToUnsignedLongLong(raw + 483, 12);
+        char ext[kBlock];
+        while (extended) {
+          if (std::fread(ext, 1, kBlock, f) != kBlock || map.size() > (1u << 20)) {
+            setError(errorArchive());
+            return false;
+          }
+          dataStart += kBlock;
+          pos += kBlock;
+          addPieces(ext, 21);
+          extended = ext[504] != 0;
+        }
+        if (!sparseMapHolds(map, realSize, size)) {
+          setError({kArchiveErrorDomain, kArchiveErrorArchive,
+                    "Archive issues: the sparse map of " + name + " does not fit its data"});
+          return false;
+        }
+        if (isIgnore(name)) break;
+        if (list) {
+          rootEntry_->addToRootEntry(std::make_shared<ZipEntry>(name, FilePos{dataStart, 0}, 0,
+                                                                size, realSize, 0, std::nullopt,
+                                                                memberDate(header), true));
+        } else if (!writeSparse(name, header, f, map, realSize)) {
+          return false;
+        }
         pax_ = {};
         break;
       }
@@ -417,6 +600,11 @@ bool UTarManager::unArchiveAssignDetailPath(const ZipEntry& entry, const std::st
     }
     for (const auto& child : entry.children())
       if (!unArchiveAssignDetailPath(*child, base, file)) return false;
+    return true;
+  }
+  if (entry.compressedSize() != entry.size()) {
+    // Only sparse members pack smaller than they are.
+    refuse(entry.path(), "a sparse file is extracted only with its whole archive");
     return true;
   }
   TarHeader header;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <map>
 #include <optional>
+#include <vector>
 
 #include "archive/ArchiveBase.h"
 #include "archive/tar/TarHeader.h"
@@ -25,6 +26,12 @@ class UTarManager : public ArchiveBase {
   bool isEncrypted() override { return false; }
   std::string formatName() const override { return "tar"; }
 
+  // One stretch of data in a file with holes.
+  struct SparsePiece {
+    std::uint64_t offset;
+    std::uint64_t length;
+  };
+
   // Octal, or GNU base-256 when the first byte has its high bit set.
   static std::uint64_t charToUnsignedLongLong(const char* field, std::size_t length);
 
@@ -42,7 +49,20 @@ class UTarManager : public ArchiveBase {
     std::optional<std::int64_t> mtime;
     bool sparse = false;  // GNU sparse records: the data is a map, not the file
     std::string sparseName;
+    int sparseMajor = 0;
+    std::optional<std::uint64_t> sparseRealSize;
+    std::string sparseMap;                     // 0.1: "offset,size,offset,size"
+    std::vector<std::uint64_t> sparseOffsets;  // 0.0: one record each
+    std::vector<std::uint64_t> sparseLengths;
   };
+
+  // The pieces and full size of a sparse member, read from its pax records
+  // (and, for version 1, from the start of its data); false when damaged.
+  bool paxSparseMap(FILE* f, std::uint64_t dataSize, std::vector<SparsePiece>& map,
+                    std::uint64_t& realSize, std::uint64_t& mapBytes);
+  // Writes the pieces at their offsets and leaves the gaps as holes.
+  bool writeSparse(const std::string& name, const TarHeader& header, FILE* f,
+                   const std::vector<SparsePiece>& map, std::uint64_t realSize);
   void readPaxRecords(const std::string& raw, bool global);
   std::optional<std::chrono::system_clock::time_point> memberDate(const TarHeader& header) const;
   bool makeHardLink(const std::string& name, const std::string& targetName);
