@@ -20,7 +20,7 @@ std::vector<unsigned char> ours(harbor::DeflateDecoder::Variant variant, const s
   harbor::DeflateDecoder d(variant, [&](unsigned char* buf, std::size_t cap) {
     // Small pieces, so refills land inside codes and headers.
     const std::size_t n = std::min({cap, size - at, std::size_t{7}});
-    std::memcpy(buf, data + at, n);
+    if (n > 0) std::memcpy(buf, data + at, n);
     at += n;
     return n;
   });

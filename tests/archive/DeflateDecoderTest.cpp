@@ -39,7 +39,7 @@ std::optional<Bytes> decode(Variant v, const Bytes& stream, std::size_t inPiece,
   std::size_t at = 0;
   DeflateDecoder d(v, [&](unsigned char* buf, std::size_t cap) {
     const std::size_t n = std::min({cap, stream.size() - at, inPiece});
-    std::memcpy(buf, stream.data() + at, n);
+    if (n > 0) std::memcpy(buf, stream.data() + at, n);
     at += n;
     return n;
   });

@@ -366,7 +366,8 @@ TEST(UploadLineScannerTest, FindsTheFileOnlyInTheExpectedForm) {
   EXPECT_EQ(s.fileData("more"), "");
 
   UploadLineScanner open("B");
-  auto first = open.scanHead(body.substr(0, body.find("DATA") + 2));
+  const std::string cut = body.substr(0, body.find("DATA") + 2);  // the data is a view into it
+  auto first = open.scanHead(cut);
   EXPECT_EQ(first.data, "DA");
   EXPECT_EQ(open.fileData("TA\r\n--B--\r\n"), "TA");
   EXPECT_EQ(UploadLineScanner::uploadLeafName("a/b"), "b");

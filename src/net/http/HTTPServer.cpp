@@ -24,6 +24,8 @@ bool HTTPServer::start(Error* error) {
   auto fail = [&](const std::string& message, long code) {
     HB_LOG("HTTPServer", message);
     if (error) *error = Error{"HTTPServerErrorDomain", code, message};
+    // Everything made on the context goes before the context itself.
+    acceptPause_.reset();
     acceptor_.reset();
     serverQueue_.reset();
     connectionQueue_.reset();
