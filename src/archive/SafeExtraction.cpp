@@ -19,6 +19,11 @@ std::string uniqueName() {
   return buf;
 }
 
+std::string temporaryBeside(const std::string& target) {
+  const fs::path path(target);
+  return (path.parent_path() / ("." + path.filename().string() + ".part-" + uniqueName())).string();
+}
+
 std::optional<std::string> safeTarget(const std::string& destination, const std::string& relative,
                                       std::string& reason) {
   std::string rel = relative;
@@ -71,9 +76,7 @@ WriteResult writeFileAtomically(const std::string& target,
                                 const std::function<bool(const Sink&)>& produce) {
   std::error_code ec;
   fs::create_directories(fs::path(target).parent_path(), ec);
-  const std::string temp = (fs::path(target).parent_path() /
-                            ("." + fs::path(target).filename().string() + ".part-" + uniqueName()))
-                               .string();
+  const std::string temp = temporaryBeside(target);
   FILE* out = std::fopen(temp.c_str(), "wb");
   if (!out) return WriteResult::ioFailed;
   bool writeOk = true;

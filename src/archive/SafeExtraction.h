@@ -13,6 +13,9 @@ namespace extraction {
 
 // 32 random hex digits, for temporary names that must not collide.
 std::string uniqueName();
+// A hidden name beside `target` (".NAME.part-<unique>"), where a file is
+// written before it takes its final name.
+std::string temporaryBeside(const std::string& target);
 
 // Where `relative` lands under `destination`, or none with `reason` set:
 // an absolute name, a ".." component, or a folder on the way that is a link

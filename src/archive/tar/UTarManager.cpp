@@ -185,10 +185,7 @@ bool UTarManager::makeHardLink(const std::string& name, const std::string& targe
     return true;
   }
   fs::create_directories(fs::path(*target).parent_path(), ec);
-  const std::string temp =
-      (fs::path(*target).parent_path() /
-       ("." + fs::path(*target).filename().string() + ".part-" + extraction::uniqueName()))
-          .string();
+  const std::string temp = extraction::temporaryBeside(*target);
   // A hard link where the file system allows it, else a copy.
   bool made = ::link(source->c_str(), temp.c_str()) == 0;
   if (!made) made = FileUtil::copyFile(*source, temp, true, false, nullptr);
@@ -273,10 +270,7 @@ bool UTarManager::writeSparse(const std::string& name, const TarHeader& header, 
   if (!target) return true;
   std::error_code ec;
   fs::create_directories(fs::path(*target).parent_path(), ec);
-  const std::string temp =
-      (fs::path(*target).parent_path() /
-       ("." + fs::path(*target).filename().string() + ".part-" + extraction::uniqueName()))
-          .string();
+  const std::string temp = extraction::temporaryBeside(*target);
   FILE* out = std::fopen(temp.c_str(), "wb");
   if (!out) {
     setError(errorFailedToCreateFile(name));

@@ -55,10 +55,7 @@ UZipFileArchive::UZipFileArchive(std::string filePath, IActionProgress* delegate
     : ZipBase(std::move(filePath), delegate, std::move(options)) {
   // Written beside the target under a hidden name, so that a run that
   // could not add every source never leaves a file under the final name.
-  const fs::path target(filePath_);
-  tempPath_ = (target.parent_path() /
-               ("." + target.filename().string() + ".part-" + extraction::uniqueName()))
-                  .string();
+  tempPath_ = extraction::temporaryBeside(filePath_);
   zipFile_ = zipOpen64(tempPath_.c_str(), APPEND_STATUS_CREATE);
   if (!zipFile_) {
     zipMsg_.push_back("Can't open '" + FileUtil::getFileName(filePath_) + "'");
