@@ -22,8 +22,13 @@ class IZipBase {
 };
 
 // What a writer is asked to do besides adding paths.
+// How entries are enciphered when a password is set: the traditional
+// cipher every unzip reads, or AES-256 (authenticated, version 2).
+enum class ZipEncryption { traditional, aes256 };
+
 struct ZipPropertyOptions {
   std::string password;
+  ZipEncryption encryption = ZipEncryption::traditional;
   bool isIgnoreHiddenFile = false;
 };
 

@@ -30,6 +30,7 @@ struct ArchiveOptions {
   std::string entry;
   PasswordSource password;
   std::vector<std::string> paths;
+  std::string encryption;
   bool json = false;
 };
 
@@ -240,8 +241,15 @@ int runCreate(const ArchiveOptions& opts) {
   if (!passwordError.empty()) return fail(command, passwordError, 2);
   if (password && opts.password.password.empty() && opts.password.file.empty())
     warn(command, "encrypting with the password from HARBOR_PASSWORD");
-  TerminalProgress progress(FileUtil::getFileSizeFiles(sources));
   ZipPropertyOptions options;
+  if (!opts.encryption.empty()) {
+    if (!password) return fail(command, "--encryption needs a password", 2);
+    // A 7z archive is always enciphered with AES-256.
+    if (ext == "7z" && opts.encryption != "aes256")
+      return fail(command, "a .7z archive is encrypted with aes256 only", 2);
+    if (opts.encryption == "aes256") options.encryption = ZipEncryption::aes256;
+  }
+  TerminalProgress progress(FileUtil::getFileSizeFiles(sources));
   options.password = password.value_or("");
   auto writer = ArchiveFactory::createZipFactory(sources, &progress, opts.file, options);
   if (auto* sevenZip = dynamic_cast<U7zZip*>(writer.get())) {
@@ -293,6 +301,11 @@ void addArchiveCommands(CLI::App& app, int& exitCode) {
   createCmd->add_option("OUT", create->file, "The .zip or .7z to write")->required();
   createCmd->add_option("PATH", create->paths, "Files or folders to add")->required();
   create->password.addOptions(createCmd, "Encrypt the entries with a password");
+  createCmd
+      ->add_option("--encryption", create->encryption,
+                   "Cipher for a password-protected zip: zipcrypto (the default, read by every "
+                   "unzip) or aes256 (authenticated AES-256)")
+      ->check(CLI::IsMember({"zipcrypto", "aes256"}));
   createCmd->callback([create, &exitCode] { exitCode = runCreate(*create); });
 }
 

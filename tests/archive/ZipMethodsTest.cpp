@@ -86,6 +86,44 @@ TEST_F(ZipMethods, AesEntriesNeedTheirPassword) {
   }
 }
 
+TEST_F(ZipMethods, Aes256ZipsWeWriteOpenIn7zzAndDetectTampering) {
+  const fs::path zip = dir_ / "ours.zip";
+  auto made = runHarbor({"archive", "create", zip.string(), src_.string(), "--password", "pa55",
+                         "--encryption", "aes256"});
+  ASSERT_EQ(made.code, 0) << made.err;
+  EXPECT_TRUE(run("7zz l -slt '" + zip.string() + "' | grep -q 'Method = AES-256 Deflate'"));
+  const fs::path theirs = dir_ / "ours-7zz";
+  ASSERT_TRUE(
+      run("7zz x -bd -y -ppa55 -o'" + theirs.string() + "' '" + zip.string() + "' >/dev/null"));
+  EXPECT_TRUE(run("diff -r '" + src_.string() + "' '" + (theirs / "src").string() + "'"));
+  expectSameAs7zz(zip, "pa55");
+  EXPECT_FALSE(run("7zz t -bd -pwrong '" + zip.string() + "' >/dev/null 2>&1"));
+
+  // One flipped byte in the middle of the ciphertext: the code no longer
+  // matches, and the file never appears under its name.
+  std::string bytes = test::readFile(zip);
+  const auto name = bytes.find("noise.bin");
+  ASSERT_NE(name, std::string::npos);
+  bytes[name + 2000] ^= 1;
+  test::writeFile(zip, bytes);
+  const fs::path out = dir_ / "tampered";
+  auto r = runHarbor({"archive", "extract", zip.string(), out.string(), "--password", "pa55"});
+  EXPECT_NE(r.code, 0);
+  EXPECT_NE(r.err.find("authentication code does not match"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(out / "src" / "noise.bin"));
+
+  // The cipher is asked for with a password, and a 7z is always AES.
+  EXPECT_EQ(runHarbor({"archive", "create", (dir_ / "no.zip").string(), src_.string(),
+                       "--encryption", "aes256"})
+                .code,
+            2);
+  EXPECT_EQ(runHarbor({"archive", "create", (dir_ / "no.7z").string(), src_.string(), "--password",
+                       "x", "--encryption", "zipcrypto"})
+                .code,
+            2);
+  EXPECT_FALSE(fs::exists(dir_ / "no.zip"));
+}
+
 TEST_F(ZipMethods, AnUnknownMethodListsAndTheRestExtracts) {
   const fs::path zip = dir_ / "mixed.zip";
   ASSERT_TRUE(run("cd '" + src_.string() + "' && 7zz a -tzip -bd -mm=PPMd '" + zip.string() +

@@ -1,6 +1,7 @@
 #include "archive/zip/UZipFileArchive.h"
 
 #include <minizip/zip.h>
+#include <openssl/rand.h>
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -13,11 +14,14 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "archive/ArchiveError.h"
 #include "archive/SafeExtraction.h"
+#include "archive/zip/ZipAes.h"
 #include "archive/zip/ZipCrypto.h"
+#include "archive/zip/ZipEntryData.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Cancellation.h"
@@ -30,6 +34,46 @@ constexpr std::uint32_t kDirAttributes = 0x41ED0000;
 constexpr std::uint32_t kLinkAttributes = 0xA1A40000;
 constexpr std::uint32_t kFileAttributes = 0x81A40000;
 constexpr std::size_t kBlock = 64 * 1024;
+constexpr std::uint8_t kAesStrength = 3;  // 256-bit keys
+constexpr std::uint16_t kAesVersion = 2;  // no CRC: the authentication code vouches
+
+void put16(unsigned char* p, std::uint16_t v) {
+  p[0] = static_cast<unsigned char>(v & 0xff);
+  p[1] = static_cast<unsigned char>(v >> 8);
+}
+
+// minizip writes only the methods it compresses itself, so AES entries go in
+// as raw deflate with the AES field and are marked as method 99 (and as
+// needing version 5.1) once the archive is closed.
+bool markAesEntries(const std::string& path) {
+  std::FILE* f = std::fopen(path.c_str(), "r+b");
+  if (!f) return false;
+  bool ok = true;
+  const auto cd = zipdata::centralDirectory(f);
+  if (!cd) ok = false;
+  std::uint64_t at = cd ? cd->offset : 0;
+  for (std::uint64_t i = 0; ok && i < cd->entries; ++i) {
+    const auto entry = zipdata::locate(f, at);
+    if (!entry) {
+      ok = false;
+      break;
+    }
+    if (entry->aes && entry->method == Z_DEFLATED) {
+      unsigned char version[2];
+      unsigned char method[2];
+      put16(version, 51);
+      put16(method, 99);
+      const auto patch = [&](std::uint64_t offset, const unsigned char* bytes) {
+        return fseeko(f, static_cast<off_t>(offset), SEEK_SET) == 0 &&
+               std::fwrite(bytes, 1, 2, f) == 2;
+      };
+      ok = patch(at + 6, version) && patch(at + 10, method) &&
+           patch(entry->localOffset + 4, version) && patch(entry->localOffset + 8, method);
+    }
+    at += entry->centralSize;
+  }
+  return std::fclose(f) == 0 && ok;
+}
 
 zipFile handle(void* p) {
   return static_cast<zipFile>(p);
@@ -71,6 +115,7 @@ bool UZipFileArchive::close() {
   if (!zipFile_) return false;
   bool ok = zipClose(handle(zipFile_), nullptr) == ZIP_OK;
   zipFile_ = nullptr;
+  if (ok && wroteAes_) ok = markAesEntries(tempPath_);
   if (!ok) zipMsg_.push_back("Error in closing '" + FileUtil::getFileName(filePath_) + "'");
   if (ok && zipMsg_.empty() && !cancelled_ &&
       std::rename(tempPath_.c_str(), filePath_.c_str()) == 0)
@@ -104,10 +149,13 @@ bool UZipFileArchive::zipOpenNewFile(const std::string& name, std::uint32_t attr
   zi.external_fa = attributes;
   // Encrypted entries are deflated and ciphered here and stored raw.
   const bool encrypt = !password_.empty() && attributes != kDirAttributes;
+  const auto aesField = zipdata::ZipAesCipher::extraField(kAesVersion, kAesStrength, Z_DEFLATED);
+  const void* extra = encrypt && aes() ? aesField.data() : nullptr;
+  const uInt extraSize = extra ? static_cast<uInt>(aesField.size()) : 0;
   // Made by Unix (3) so readers take the mode from the external attributes;
   // flag bit 11 marks the name as UTF-8.
   int rc = zipOpenNewFileInZip4_64(
-      handle(zipFile_), name.c_str(), &zi, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
+      handle(zipFile_), name.c_str(), &zi, extra, extraSize, extra, extraSize, nullptr, Z_DEFLATED,
       Z_DEFAULT_COMPRESSION, encrypt ? 1 : 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY,
       nullptr, crc, (3 << 8) | 30, (1 << 11) | (encrypt ? 1 : 0), isLargeFile ? 1 : 0);
   if (rc != ZIP_OK) {
@@ -164,7 +212,8 @@ void UZipFileArchive::zipFileToDesFile(const std::string& path) {
   }
   std::uint32_t crc = 0;
   FILE* in = std::fopen(path.c_str(), "rb");
-  if (!in || (!password_.empty() && !crcOfFile(path, crc))) {
+  // The traditional cipher's header needs the CRC before the data.
+  if (!in || (!password_.empty() && !aes() && !crcOfFile(path, crc))) {
     zipMsg_.push_back("cannot read '" + path + "': " + std::strerror(errno));
     if (in) std::fclose(in);
     return;
@@ -210,13 +259,34 @@ void UZipFileArchive::writeEntryData(const std::string& name, std::uint32_t crc,
       zipMsg_.push_back("Error in closing '" + name + "' in the zipfile");
     return;
   }
-  ZipCrypto crypto(password_);
-  unsigned char header[ZipCrypto::kHeaderSize];
-  crypto.makeHeader(header, crc);
-  if (zipWriteInFileInZip(zf, header, sizeof header) != ZIP_OK) failed = true;
+  // Either cipher: its header first, then the deflated data enciphered, and
+  // for AES the authentication code last.
+  std::optional<ZipCrypto> crypto;
+  std::unique_ptr<zipdata::ZipAesCipher> aesCipher;
+  if (aes()) {
+    unsigned char salt[zipdata::ZipAesCipher::saltSize(kAesStrength)];
+    std::array<unsigned char, zipdata::ZipAesCipher::kCheckSize> check{};
+    if (RAND_bytes(salt, sizeof salt) == 1)
+      aesCipher = zipdata::ZipAesCipher::derive(password_, salt, kAesStrength, check);
+    failed = !aesCipher || zipWriteInFileInZip(zf, salt, sizeof salt) != ZIP_OK ||
+             zipWriteInFileInZip(zf, check.data(), static_cast<unsigned>(check.size())) != ZIP_OK;
+    wroteAes_ = true;
+  } else {
+    crypto.emplace(password_);
+    unsigned char header[ZipCrypto::kHeaderSize];
+    crypto->makeHeader(header, crc);
+    failed = zipWriteInFileInZip(zf, header, sizeof header) != ZIP_OK;
+  }
+  const auto encipher = [&](unsigned char* data, std::size_t n) {
+    if (crypto) {
+      crypto->encrypt(data, n);
+      return true;
+    }
+    return aesCipher->crypt(data, n) && aesCipher->authenticate(data, n);
+  };
   z_stream zs{};
-  if (deflateInit2(&zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL,
-                   Z_DEFAULT_STRATEGY) != Z_OK) {
+  if (failed || deflateInit2(&zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL,
+                             Z_DEFAULT_STRATEGY) != Z_OK) {
     zipMsg_.push_back("Error in writing '" + name + "' in the zipfile");
     zipCloseFileInZipRaw64(zf, 0, crc);
     return;
@@ -228,7 +298,8 @@ void UZipFileArchive::writeEntryData(const std::string& name, std::uint32_t crc,
   while (!failed && !end) {
     std::size_t n = next(buf.data(), buf.size());
     end = n == 0;
-    realCrc = crc32(realCrc, reinterpret_cast<Bytef*>(buf.data()), static_cast<uInt>(n));
+    if (crypto)
+      realCrc = crc32(realCrc, reinterpret_cast<Bytef*>(buf.data()), static_cast<uInt>(n));
     total += n;
     zs.next_in = reinterpret_cast<Bytef*>(buf.data());
     zs.avail_in = static_cast<uInt>(n);
@@ -237,18 +308,24 @@ void UZipFileArchive::writeEntryData(const std::string& name, std::uint32_t crc,
       zs.avail_out = static_cast<uInt>(out.size());
       deflate(&zs, end ? Z_FINISH : Z_NO_FLUSH);
       const std::size_t produced = out.size() - zs.avail_out;
-      crypto.encrypt(out.data(), produced);
-      if (produced &&
-          zipWriteInFileInZip(zf, out.data(), static_cast<unsigned>(produced)) != ZIP_OK)
+      if (!encipher(out.data(), produced) ||
+          (produced &&
+           zipWriteInFileInZip(zf, out.data(), static_cast<unsigned>(produced)) != ZIP_OK))
         failed = true;
     } while (!failed && zs.avail_out == 0);
     reportProgress(n);
   }
   deflateEnd(&zs);
+  if (aesCipher && !failed) {
+    std::array<unsigned char, zipdata::ZipAesCipher::kAuthSize> code{};
+    failed = !aesCipher->finish(code) ||
+             zipWriteInFileInZip(zf, code.data(), static_cast<unsigned>(code.size())) != ZIP_OK;
+  }
   // A file that changed since its CRC was taken would fail every check.
-  if (realCrc != crc) failed = true;
+  if (crypto && realCrc != crc) failed = true;
   if (failed) zipMsg_.push_back("Error in writing '" + name + "' in the zipfile");
-  if (zipCloseFileInZipRaw64(zf, total, crc) != ZIP_OK)
+  // Version 2 of the AES format stores no CRC.
+  if (zipCloseFileInZipRaw64(zf, total, aesCipher ? 0 : crc) != ZIP_OK)
     zipMsg_.push_back("Error in closing '" + name + "' in the zipfile");
 }
 

@@ -7,7 +7,7 @@
 namespace harbor {
 
 // Writes zip archives through minizip: deflate, UTF-8 names, Unix modes,
-// traditional encryption when a password is set.
+// and, when a password is set, the traditional cipher or AES-256.
 class UZipFileArchive : public ZipBase {
  public:
   UZipFileArchive(std::string filePath, IActionProgress* delegate, ZipPropertyOptions options);
@@ -37,10 +37,14 @@ class UZipFileArchive : public ZipBase {
   void writeEntryData(const std::string& name, std::uint32_t crc,
                       const std::function<std::size_t(char*, std::size_t)>& next);
   void reportProgress(std::uint64_t bytes);
+  bool aes() const {
+    return !password_.empty() && propertyOptions_.encryption == ZipEncryption::aes256;
+  }
 
   void* zipFile_ = nullptr;
   std::string tempPath_;
   bool cancelled_ = false;
+  bool wroteAes_ = false;
 };
 
 }  // namespace harbor

@@ -2,9 +2,7 @@
 
 #include <bzlib.h>
 #include <lzma.h>
-#include <openssl/core_names.h>
 #include <openssl/crypto.h>
-#include <openssl/evp.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "archive/zip/DeflateDecoder.h"
+#include "archive/zip/ZipAes.h"
 
 namespace harbor::zipdata {
 namespace {
@@ -238,6 +237,7 @@ std::optional<RawEntry> locate(std::FILE* file, std::uint64_t centralOffset) {
   std::uint64_t localOffset = le32(c + 42);
   const std::size_t nameLen = le16(c + 28);
   const std::size_t extraLen = le16(c + 30);
+  e.centralSize = 46 + nameLen + extraLen + le16(c + 32);
   std::vector<unsigned char> extra(extraLen);
   if (extraLen && !readAt(file, centralOffset + 46 + nameLen, extra.data(), extraLen))
     return std::nullopt;
@@ -265,9 +265,40 @@ std::optional<RawEntry> locate(std::FILE* file, std::uint64_t centralOffset) {
   }
   unsigned char l[30];
   if (!readAt(file, localOffset, l, sizeof l) || le32(l) != kLocalSignature) return std::nullopt;
+  e.localOffset = localOffset;
   e.dataOffset = localOffset + 30 + le16(l + 26) + le16(l + 28);
   if (e.dataOffset > size || e.compressedSize > size - e.dataOffset) return std::nullopt;
   return e;
+}
+
+std::optional<CentralDirectory> centralDirectory(std::FILE* file) {
+  constexpr std::size_t kEndSize = 22;
+  constexpr std::size_t kMaxComment = 0xffff;
+  const std::uint64_t size = fileSize(file);
+  if (size < kEndSize) return std::nullopt;
+  const std::size_t window =
+      static_cast<std::size_t>(std::min<std::uint64_t>(size, kEndSize + kMaxComment));
+  std::vector<unsigned char> tail(window);
+  if (!readAt(file, size - window, tail.data(), window)) return std::nullopt;
+  // The last end record whose comment reaches exactly to the end of the file.
+  for (std::size_t at = window - kEndSize + 1; at-- > 0;) {
+    const unsigned char* p = &tail[at];
+    if (le32(p) != 0x06054b50 || at + kEndSize + le16(p + 20) != window) continue;
+    CentralDirectory cd{le32(p + 16), le16(p + 10)};
+    const std::uint64_t endAt = size - window + at;
+    if (cd.offset == 0xffffffffu || cd.entries == 0xffff) {
+      unsigned char loc[20];
+      unsigned char rec[56];
+      if (endAt < sizeof loc || !readAt(file, endAt - sizeof loc, loc, sizeof loc) ||
+          le32(loc) != 0x07064b50 || !readAt(file, le64(loc + 8), rec, sizeof rec) ||
+          le32(rec) != 0x06064b50)
+        return std::nullopt;
+      cd = {le64(rec + 48), le64(rec + 32)};
+    }
+    if (cd.offset > size) return std::nullopt;
+    return cd;
+  }
+  return std::nullopt;
 }
 
 std::string methodName(std::uint16_t method) {
@@ -319,60 +350,24 @@ long FileRange::read(unsigned char* out, std::size_t cap) {
   return static_cast<long>(n);
 }
 
-struct AesLayer::State {
-  EVP_CIPHER_CTX* cipher = nullptr;
-  EVP_MAC* macKind = nullptr;
-  EVP_MAC_CTX* mac = nullptr;
-  std::array<unsigned char, 16> counter{};
-  std::array<unsigned char, 16> stream{};
-  std::size_t streamUsed = 16;
-  ~State() {
-    EVP_CIPHER_CTX_free(cipher);
-    EVP_MAC_CTX_free(mac);
-    EVP_MAC_free(macKind);
-  }
-};
-
 std::pair<AesLayer::Open, std::unique_ptr<AesLayer>> AesLayer::open(
     std::unique_ptr<FileRange> inner, std::uint8_t strength, const std::string& password) {
   if (strength < 1 || strength > 3) return {Open::damaged, nullptr};
-  const std::size_t keyLen = 8 + 8 * strength;   // 16, 24, 32
-  const std::size_t saltLen = 4 + 4 * strength;  // 8, 12, 16
-  constexpr std::size_t kAuthLen = 10;
-  if (inner->left() < saltLen + 2 + kAuthLen) return {Open::damaged, nullptr};
+  const std::size_t saltLen = ZipAesCipher::saltSize(strength);
+  if (inner->left() < saltLen + ZipAesCipher::kCheckSize + ZipAesCipher::kAuthSize)
+    return {Open::damaged, nullptr};
   unsigned char salt[16];
-  unsigned char check[2];
-  if (inner->read(salt, saltLen) != static_cast<long>(saltLen) || inner->read(check, 2) != 2)
+  std::array<unsigned char, ZipAesCipher::kCheckSize> stored{};
+  if (inner->read(salt, saltLen) != static_cast<long>(saltLen) ||
+      inner->read(stored.data(), stored.size()) != static_cast<long>(stored.size()))
     return {Open::damaged, nullptr};
-  std::vector<unsigned char> keys(2 * keyLen + 2);
-  if (PKCS5_PBKDF2_HMAC_SHA1(password.data(), static_cast<int>(password.size()), salt,
-                             static_cast<int>(saltLen), 1000, static_cast<int>(keys.size()),
-                             keys.data()) != 1)
-    return {Open::damaged, nullptr};
-  const bool matches = keys[2 * keyLen] == check[0] && keys[2 * keyLen + 1] == check[1];
-  if (!matches) {
-    OPENSSL_cleanse(keys.data(), keys.size());
-    return {Open::wrongPassword, nullptr};
-  }
+  std::array<unsigned char, ZipAesCipher::kCheckSize> check{};
+  auto cipher = ZipAesCipher::derive(password, salt, strength, check);
+  if (!cipher) return {Open::damaged, nullptr};
+  if (check != stored) return {Open::wrongPassword, nullptr};
   std::unique_ptr<AesLayer> layer(new AesLayer);
-  layer->state_ = std::make_unique<State>();
-  State& s = *layer->state_;
-  const EVP_CIPHER* ecb = keyLen == 16   ? EVP_aes_128_ecb()
-                          : keyLen == 24 ? EVP_aes_192_ecb()
-                                         : EVP_aes_256_ecb();
-  s.cipher = EVP_CIPHER_CTX_new();
-  s.macKind = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-  s.mac = s.macKind ? EVP_MAC_CTX_new(s.macKind) : nullptr;
-  char digest[] = "SHA1";
-  const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-                               OSSL_PARAM_END};
-  const bool ready = s.cipher && s.mac &&
-                     EVP_EncryptInit_ex(s.cipher, ecb, nullptr, keys.data(), nullptr) == 1 &&
-                     EVP_CIPHER_CTX_set_padding(s.cipher, 0) == 1 &&
-                     EVP_MAC_init(s.mac, keys.data() + keyLen, keyLen, params) == 1;
-  OPENSSL_cleanse(keys.data(), keys.size());
-  if (!ready) return {Open::damaged, nullptr};
-  layer->dataLeft_ = inner->left() - kAuthLen;
+  layer->cipher_ = std::move(cipher);
+  layer->dataLeft_ = inner->left() - ZipAesCipher::kAuthSize;
   layer->inner_ = std::move(inner);
   return {Open::ok, std::move(layer)};
 }
@@ -385,19 +380,10 @@ long AesLayer::read(unsigned char* out, std::size_t cap) {
   const long n = inner_->read(out, want);
   if (n <= 0) return -1;
   dataLeft_ -= static_cast<std::uint64_t>(n);
-  State& s = *state_;
-  if (EVP_MAC_update(s.mac, out, static_cast<std::size_t>(n)) != 1) return -1;
-  for (long i = 0; i < n; ++i) {
-    if (s.streamUsed == 16) {
-      // The counter runs from 1, little-endian, over the whole block.
-      for (auto& b : s.counter)
-        if (++b != 0) break;
-      int len = 0;
-      if (EVP_EncryptUpdate(s.cipher, s.stream.data(), &len, s.counter.data(), 16) != 1) return -1;
-      s.streamUsed = 0;
-    }
-    out[i] ^= s.stream[s.streamUsed++];
-  }
+  // The code covers the ciphertext, so it is taken before deciphering.
+  if (!cipher_->authenticate(out, static_cast<std::size_t>(n)) ||
+      !cipher_->crypt(out, static_cast<std::size_t>(n)))
+    return -1;
   return n;
 }
 
@@ -407,12 +393,11 @@ bool AesLayer::authenticated() {
   while (dataLeft_ > 0) {
     if (read(rest, sizeof rest) <= 0) return false;
   }
-  unsigned char stored[10];
-  if (inner_->read(stored, sizeof stored) != static_cast<long>(sizeof stored)) return false;
-  unsigned char computed[EVP_MAX_MD_SIZE];
-  std::size_t len = 0;
-  if (EVP_MAC_final(state_->mac, computed, &len, sizeof computed) != 1 || len < 10) return false;
-  return CRYPTO_memcmp(computed, stored, sizeof stored) == 0;
+  std::array<unsigned char, ZipAesCipher::kAuthSize> stored{};
+  if (inner_->read(stored.data(), stored.size()) != static_cast<long>(stored.size())) return false;
+  std::array<unsigned char, ZipAesCipher::kAuthSize> computed{};
+  if (!cipher_->finish(computed)) return false;
+  return CRYPTO_memcmp(computed.data(), stored.data(), stored.size()) == 0;
 }
 
 std::unique_ptr<ByteSource> decompressor(std::uint16_t method, std::unique_ptr<ByteSource> stored,

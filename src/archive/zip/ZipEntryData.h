@@ -8,10 +8,14 @@
 
 namespace harbor::zipdata {
 
+class ZipAesCipher;
+
 // Where an entry's stored bytes lie in the archive file, read from its
 // central and local headers, for the methods and ciphers minizip cannot
 // open: the entry's bytes are then read and decoded here.
 struct RawEntry {
+  std::uint64_t localOffset = 0;
+  std::uint64_t centralSize = 0;  // the central header with its name, extra and comment
   std::uint64_t dataOffset = 0;
   std::uint64_t compressedSize = 0;
   std::uint16_t method = 0;  // as stored: 99 for AES entries
@@ -26,6 +30,14 @@ struct RawEntry {
 // `centralOffset` is the position of the entry's central header in the file
 // (minizip's current offset). Nothing when the headers do not hold together.
 std::optional<RawEntry> locate(std::FILE* file, std::uint64_t centralOffset);
+
+// Where the central directory starts and how many headers it holds, from
+// the end records (the zip64 ones where the classic fields overflow).
+struct CentralDirectory {
+  std::uint64_t offset = 0;
+  std::uint64_t entries = 0;
+};
+std::optional<CentralDirectory> centralDirectory(std::FILE* file);
 
 // The name shown for a compression method.
 std::string methodName(std::uint16_t method);
@@ -69,9 +81,8 @@ class AesLayer : public ByteSource {
 
  private:
   AesLayer() = default;
-  struct State;
   std::unique_ptr<FileRange> inner_;
-  std::unique_ptr<State> state_;
+  std::unique_ptr<ZipAesCipher> cipher_;
   std::uint64_t dataLeft_ = 0;
 };
 
