@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +23,7 @@
 
 #include "cloud/CloudProvider.h"
 #include "cloud/ICloudBase.h"
+#include "platform/MainQueue.h"
 
 namespace {
 namespace fs = std::filesystem;
@@ -154,7 +154,6 @@ int main(int argc, char** argv) {
 
   // Delay from a change to the query's update: the item appears, grows, goes.
   std::mutex m;
-  std::condition_variable cv;
   int seen = 0;
   const fs::path watched = docs / "watched.txt";
   harbor::MetadataQuery query(provider, watched.string());
@@ -162,9 +161,8 @@ int main(int argc, char** argv) {
                    [&](const auto&) {
                      std::lock_guard lock(m);
                      ++seen;
-                     cv.notify_all();
                    });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  harbor::MainQueue::shared().runUntil([] { return false; }, std::chrono::milliseconds(100));
   std::vector<double> delays;
   for (int i = 0; i < 60; ++i) {
     int before;
@@ -180,8 +178,13 @@ int main(int argc, char** argv) {
     } else {
       fs::remove(watched);
     }
-    std::unique_lock lock(m);
-    cv.wait_for(lock, std::chrono::seconds(2), [&] { return seen > before; });
+    // The watch reports through the main queue, which this thread runs.
+    harbor::MainQueue::shared().runUntil(
+        [&] {
+          std::lock_guard lock(m);
+          return seen > before;
+        },
+        std::chrono::seconds(2));
     delays.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
   }
   query.stopQuery();

@@ -14,6 +14,7 @@
 #include "cloud/CloudProvider.h"
 #include "cloud/DocumentBrowserQuery.h"
 #include "cloud/ICloudBase.h"
+#include "platform/MainQueue.h"
 #include "platform/Strings.h"
 
 namespace harbor::cli {
@@ -89,14 +90,15 @@ int runLs(const CloudOptions& opts) {
   }
   if (!opts.watch) return 0;
   InterruptWatch interrupt;
-  while (!interrupt.interrupted()) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    auto changes = query.update();
-    if (changes.empty()) continue;
+  query.startWatching([](const DocumentBrowserQuery::Changes& changes) {
     ordered_json line{
         {"added", changes.added}, {"removed", changes.removed}, {"changed", changes.changed}};
     std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
-  }
+  });
+  // The watches report on the main queue; this loop is it.
+  while (!interrupt.interrupted())
+    MainQueue::shared().runUntil([&] { return interrupt.interrupted(); },
+                                 std::chrono::milliseconds(200));
   return 0;
 }
 

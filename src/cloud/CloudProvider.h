@@ -82,31 +82,4 @@ class LocalSyncFolderProvider : public CloudProvider {
   std::string container_;
 };
 
-// A live search for one item by path, by scanning: the first answer is the
-// gathering, and each change after it is an update. Callbacks run on the
-// query's own thread, one at a time.
-class MetadataQuery {
- public:
-  using Callback = std::function<void(const std::optional<CloudItem>&)>;
-  MetadataQuery(std::shared_ptr<CloudProvider> provider, std::string path,
-                std::chrono::milliseconds interval = std::chrono::milliseconds(20));
-  ~MetadataQuery();
-  void startQuery(Callback finishGathering, Callback liveUpdate);
-  void stopQuery();
-  std::size_t resultCount() const;
-  std::optional<CloudItem> resultAtIndex(std::size_t index) const;
-
- private:
-  void loop();
-  std::shared_ptr<CloudProvider> provider_;
-  std::string path_;
-  std::chrono::milliseconds interval_;
-  Callback gathering_, update_;
-  mutable std::mutex mutex_;
-  std::condition_variable wake_;
-  std::optional<CloudItem> result_;
-  bool stopped_ = false;
-  std::thread thread_;
-};
-
 }  // namespace harbor

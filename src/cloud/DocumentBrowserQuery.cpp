@@ -4,14 +4,69 @@
 #include <filesystem>
 #include <map>
 
+#include "filemanager/watcher/DirectoryWatcher.h"
 #include "platform/UserDefaults.h"
 
 namespace harbor {
 namespace fs = std::filesystem;
 
+class DocumentBrowserQuery::Watch : public DirectoryWatcherDelegate {
+ public:
+  Watch(DocumentBrowserQuery& query, const std::string& folder)
+      : query_(query), watcher_(DirectoryWatcher::watchFolderWithPath(folder, this, true)) {}
+  bool active() const { return watcher_ != nullptr; }
+  void directoryDidChange(DirectoryWatcher&) override {
+    // The resync may drop this very watch (its folder went), so nothing of
+    // `this` is touched after it.
+    DocumentBrowserQuery& query = query_;
+    // Everything is looked at again, so an overflowed event queue loses nothing.
+    auto changes = query.update();
+    if (query._isRecurive) query.syncWatches();
+    if (!changes.empty() && query.changed_) query.changed_(changes);
+  }
+
+ private:
+  DocumentBrowserQuery& query_;
+  std::unique_ptr<DirectoryWatcher> watcher_;
+};
+
 DocumentBrowserQuery::DocumentBrowserQuery(std::shared_ptr<CloudProvider> provider,
                                            std::string folder, bool recursive)
     : provider_(std::move(provider)), folder_(std::move(folder)), _isRecurive(recursive) {}
+
+DocumentBrowserQuery::~DocumentBrowserQuery() {
+  stopWatching();
+}
+
+void DocumentBrowserQuery::startWatching(std::function<void(const Changes&)> changed) {
+  changed_ = std::move(changed);
+  syncWatches();
+}
+
+void DocumentBrowserQuery::stopWatching() {
+  watches_.clear();
+  changed_ = nullptr;
+}
+
+void DocumentBrowserQuery::syncWatches() {
+  std::vector<std::string> folders{folder_};
+  if (_isRecurive) {
+    std::error_code ec;
+    for (const auto& o : _previousQueryObjects)
+      if (o._isDirectory && !fs::is_symlink(o._URL, ec)) folders.push_back(o._URL);
+  }
+  std::map<std::string, std::unique_ptr<Watch>> next;
+  for (const auto& f : folders) {
+    auto it = watches_.find(f);
+    if (it != watches_.end()) {
+      next.emplace(f, std::move(it->second));
+      continue;
+    }
+    auto watch = std::make_unique<Watch>(*this, f);
+    if (watch->active()) next.emplace(f, std::move(watch));
+  }
+  watches_.swap(next);
+}
 
 void DocumentBrowserQuery::scanInto(const std::string& folder, const std::string& prefix,
                                     std::vector<DocumentBrowserModelObject>& out) const {
@@ -58,6 +113,35 @@ DocumentBrowserQuery::Changes DocumentBrowserQuery::update() {
   for (const auto& [id, o] : before) changes.removed.push_back(id);
   _previousQueryObjects = std::move(now);
   return changes;
+}
+
+std::vector<DocumentBrowserModelObject> DocumentBrowserQuery::tree() const {
+  // Objects are sorted by identifier, so a folder comes before its items.
+  std::vector<DocumentBrowserModelObject> top;
+  std::map<std::string, std::vector<DocumentBrowserModelObject>> below;  // by parent identifier
+  for (const auto& o : _previousQueryObjects) {
+    const auto slash = o._identifier.rfind('/');
+    if (slash == std::string::npos)
+      top.push_back(o);
+    else
+      below[o._identifier.substr(0, slash)].push_back(o);
+  }
+  std::function<void(DocumentBrowserModelObject&)> fill = [&](DocumentBrowserModelObject& o) {
+    auto it = below.find(o._identifier);
+    if (it == below.end()) return;
+    o._childrens = std::move(it->second);
+    below.erase(it);
+    for (auto& c : o._childrens) fill(c);
+  };
+  for (auto& o : top) fill(o);
+  return top;
+}
+
+std::uint64_t ICloudDriveUtil::getItemSize(const DocumentBrowserModelObject& item) {
+  if (!item._isDirectory) return item.totalBytes;
+  std::uint64_t total = 0;
+  for (const auto& c : item._childrens) total += getItemSize(c);
+  return total;
 }
 
 std::uint64_t ICloudDriveUtil::totalFileSize(const std::vector<DocumentBrowserModelObject>& items) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cloud/CloudProvider.h"
+#include "cloud/MetadataQuery.h"
 #include "filemanager/IActionProgress.h"
 #include "platform/Error.h"
 #include "platform/OperationQueue.h"

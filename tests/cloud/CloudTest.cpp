@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -13,6 +14,8 @@
 #include "cloud/DocumentBrowserQuery.h"
 #include "cloud/FileCoordinator.h"
 #include "cloud/ICloudBase.h"
+#include "cloud/MetadataQuery.h"
+#include "platform/MainQueue.h"
 #include "support/TestSupport.h"
 
 namespace harbor::test {
@@ -260,6 +263,98 @@ TEST_F(CloudTest, BrowserQueryReportsAddedRemovedAndChanged) {
   EXPECT_EQ(next.added, (std::vector<std::string>{"c.txt"}));
   EXPECT_EQ(next.removed, (std::vector<std::string>{"a.txt"}));
   EXPECT_EQ(next.changed, (std::vector<std::string>{"sub/b.txt"}));
+}
+
+// Drives the main queue, where the watches report, until `done` or 5 s.
+bool pumpUntil(const std::function<bool()>& done) {
+  return MainQueue::shared().runUntil(done, 5s);
+}
+
+TEST_F(CloudTest, WatchedBrowserQueryFollowsNewFoldersAndFileContents) {
+  writeFile(docs / "sub/b.txt", "b");
+  DocumentBrowserQuery query(provider, docs.string(), true);
+  query.update();
+  std::vector<DocumentBrowserQuery::Changes> seen;
+  query.startWatching([&](const auto& c) { seen.push_back(c); });
+  auto sawChange = [&](auto pick, const std::string& id) {
+    return pumpUntil([&] {
+      for (const auto& c : seen)
+        for (const auto& x : pick(c))
+          if (x == id) return true;
+      return false;
+    });
+  };
+  const auto added = [](const auto& c) { return c.added; };
+  const auto changed = [](const auto& c) { return c.changed; };
+  const auto removed = [](const auto& c) { return c.removed; };
+
+  // A write into a file below: the content watch, not only the entries'.
+  writeFile(docs / "sub/b.txt", "longer now");
+  EXPECT_TRUE(sawChange(changed, "sub/b.txt"));
+  // A folder made after the watch began is watched in turn.
+  fs::create_directories(docs / "new");
+  EXPECT_TRUE(sawChange(added, "new"));
+  writeFile(docs / "new/deep.txt", "x");
+  EXPECT_TRUE(sawChange(added, "new/deep.txt"));
+  fs::remove_all(docs / "new");
+  EXPECT_TRUE(sawChange(removed, "new/deep.txt"));
+
+  // The tree nests what the scan found, and a folder's size is its items'.
+  writeFile(docs / "sub/c.txt", "12345");
+  EXPECT_TRUE(sawChange(added, "sub/c.txt"));
+  const auto tree = query.tree();
+  ASSERT_EQ(tree.size(), 1u);
+  EXPECT_EQ(tree[0]._identifier, "sub");
+  ASSERT_EQ(tree[0]._childrens.size(), 2u);
+  EXPECT_EQ(ICloudDriveUtil::getItemSize(tree[0]), 10u + 5u);
+
+  query.stopWatching();
+  const auto count = seen.size();
+  writeFile(docs / "after.txt", "x");
+  MainQueue::shared().runUntil([] { return false; }, 200ms);
+  EXPECT_EQ(seen.size(), count) << "no report after the watch stopped";
+}
+
+TEST_F(CloudTest, MetadataQueryFollowsADownloadWithoutPolling) {
+  const fs::path item = docs / "movie.bin";
+  writeFile(docs / ".movie.bin.cloud", "100");
+  std::mutex m;
+  std::vector<std::optional<CloudItem>> answers;
+  MetadataQuery query(provider, item.string());
+  auto record = [&](const std::optional<CloudItem>& i) {
+    std::lock_guard lock(m);
+    answers.push_back(i);
+  };
+  query.startQuery(record, record);
+  auto answered = [&](auto test) {
+    return pumpUntil([&] {
+      std::lock_guard lock(m);
+      return !answers.empty() && test(answers.back());
+    });
+  };
+  ASSERT_TRUE(answered([](const auto& i) { return i && !i->downloaded; }));
+  // The sync client's part file growing moves the percentage.
+  writeFile(docs / ".movie.bin.cloud-part", std::string(40, 'x'));
+  EXPECT_TRUE(answered([](const auto& i) { return i && i->percentDownloaded > 0; }));
+  writeFile(docs / "movie.bin", std::string(100, 'x'));
+  fs::remove(docs / ".movie.bin.cloud-part");
+  fs::remove(docs / ".movie.bin.cloud");
+  EXPECT_TRUE(answered([](const auto& i) { return i && i->downloaded; }));
+  fs::remove(item);
+  EXPECT_TRUE(answered([](const auto& i) { return !i.has_value(); }));
+  EXPECT_EQ(query.resultCount(), 0u);
+
+  // Nothing is looked at once stopped.
+  query.stopQuery();
+  std::size_t count;
+  {
+    std::lock_guard lock(m);
+    count = answers.size();
+  }
+  writeFile(item, "back");
+  MainQueue::shared().runUntil([] { return false; }, 200ms);
+  std::lock_guard lock(m);
+  EXPECT_EQ(answers.size(), count);
 }
 
 // One process holds a write; another waits for it, and gets it at once when

@@ -27,20 +27,25 @@ namespace {
 // away counts as well. Writes into files and anything deeper do not.
 constexpr std::uint32_t kMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                 IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::uint32_t kContentMask = IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB;
 }  // namespace
 
 const std::uint32_t DirectoryWatcher::kWatchedEvents = kMask;
+const std::uint32_t DirectoryWatcher::kContentEvents = kContentMask;
 
 std::unique_ptr<DirectoryWatcher> DirectoryWatcher::watchFolderWithPath(
-    const std::string& path, DirectoryWatcherDelegate* delegate) {
+    const std::string& path, DirectoryWatcherDelegate* delegate, bool watchContents) {
   if (path.empty() || !delegate) return nullptr;
-  auto watcher = std::make_unique<DirectoryWatcher>(path, delegate);
+  auto watcher = std::make_unique<DirectoryWatcher>(path, delegate, watchContents);
   if (!watcher->startMonitoring()) return nullptr;
   return watcher;
 }
 
-DirectoryWatcher::DirectoryWatcher(std::string path, DirectoryWatcherDelegate* delegate)
-    : folderPath_(std::move(path)), delegate_(delegate) {}
+DirectoryWatcher::DirectoryWatcher(std::string path, DirectoryWatcherDelegate* delegate,
+                                   bool watchContents)
+    : folderPath_(std::move(path)),
+      delegate_(delegate),
+      mask_(watchContents ? kMask | kContentMask : kMask) {}
 
 DirectoryWatcher::~DirectoryWatcher() {
   invalidate();
@@ -53,7 +58,7 @@ bool DirectoryWatcher::startMonitoring() {
     HB_LOG("DirectoryWatcher", std::string("inotify: ") + std::strerror(errno));
     return false;
   }
-  if (::inotify_add_watch(fd, folderPath_.c_str(), kMask) < 0) {
+  if (::inotify_add_watch(fd, folderPath_.c_str(), mask_) < 0) {
     HB_LOG("DirectoryWatcher", folderPath_ + ": " + std::strerror(errno));
     ::close(fd);
     return false;
@@ -66,7 +71,8 @@ bool DirectoryWatcher::startMonitoring() {
   auto delivery = std::make_shared<Delivery>();
   delivery->owner = this;
   try {
-    reader_ = std::thread([this, fd, stop, delivery] { readLoop(fd, stop, delivery); });
+    reader_ = std::thread(
+        [this, fd, stop, mask = mask_, delivery] { readLoop(fd, stop, mask, delivery); });
   } catch (const std::system_error& e) {
     HB_LOG("DirectoryWatcher", std::string("cannot start a thread: ") + e.what());
     ::close(stop);
@@ -95,7 +101,8 @@ void DirectoryWatcher::invalidate() {
   delivery_.reset();
 }
 
-void DirectoryWatcher::readLoop(int inotifyFd, int stopFd, std::shared_ptr<Delivery> delivery) {
+void DirectoryWatcher::readLoop(int inotifyFd, int stopFd, std::uint32_t mask,
+                                std::shared_ptr<Delivery> delivery) {
   alignas(inotify_event) char buffer[16 * 1024];
   pollfd fds[2] = {{inotifyFd, POLLIN, 0}, {stopFd, POLLIN, 0}};
   for (;;) {
@@ -113,7 +120,7 @@ void DirectoryWatcher::readLoop(int inotifyFd, int stopFd, std::shared_ptr<Deliv
       if (n <= 0) break;
       for (char* p = buffer; p < buffer + n;) {
         auto* event = reinterpret_cast<inotify_event*>(p);
-        if (event->mask & (kMask | IN_Q_OVERFLOW)) changed = true;
+        if (event->mask & (mask | IN_Q_OVERFLOW)) changed = true;
         p += sizeof(inotify_event) + event->len;
       }
     }

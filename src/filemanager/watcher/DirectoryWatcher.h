@@ -18,20 +18,26 @@ class DirectoryWatcherDelegate {
   virtual void directoryDidChange(DirectoryWatcher& watcher) = 0;
 };
 
-// Watches one folder with inotify. Changes inside its subfolders, and to the
-// contents of its files, are not reported. Start and invalidate it on the
-// main thread; the delegate must outlive the watch.
+// Watches one folder with inotify. Changes inside its subfolders are not
+// reported; writes into its files only when asked for (`watchContents`). An
+// overflowing event queue reports a change, so a delegate that rescans loses
+// nothing. Start and invalidate it on the main thread; the delegate must
+// outlive the watch.
 class DirectoryWatcher {
  public:
   // The inotify events watched: entries of the folder itself appearing,
   // going or changing names, and the folder itself going away.
   static const std::uint32_t kWatchedEvents;
+  // Added with `watchContents`: a file's data or attributes changing.
+  static const std::uint32_t kContentEvents;
 
   // A watch already running, or null when either argument is missing or the
   // folder cannot be watched.
   static std::unique_ptr<DirectoryWatcher> watchFolderWithPath(const std::string& path,
-                                                               DirectoryWatcherDelegate* delegate);
-  DirectoryWatcher(std::string path, DirectoryWatcherDelegate* delegate);
+                                                               DirectoryWatcherDelegate* delegate,
+                                                               bool watchContents = false);
+  DirectoryWatcher(std::string path, DirectoryWatcherDelegate* delegate,
+                   bool watchContents = false);
   ~DirectoryWatcher();
   DirectoryWatcher(const DirectoryWatcher&) = delete;
   DirectoryWatcher& operator=(const DirectoryWatcher&) = delete;
@@ -50,10 +56,11 @@ class DirectoryWatcher {
 
  private:
   struct Delivery;
-  void readLoop(int inotifyFd, int stopFd, std::shared_ptr<Delivery> delivery);
+  void readLoop(int inotifyFd, int stopFd, std::uint32_t mask, std::shared_ptr<Delivery> delivery);
 
   std::string folderPath_;
   DirectoryWatcherDelegate* delegate_;
+  std::uint32_t mask_;
   int tag_ = 0;
   int inotifyFd_ = -1;
   int stopFd_ = -1;
