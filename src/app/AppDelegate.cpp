@@ -1,9 +1,13 @@
 #include "app/AppDelegate.h"
 
+#include <filesystem>
+
 #include "app/GlobalConfig.h"
 #include "cloud/CloudProvider.h"
+#include "editor/EditorBaseController.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileManagerUtil.h"
+#include "filemanager/FileUtil.h"
 #include "filemanager/TempDirectoryUtil.h"
 #include "platform/OperationQueue.h"
 
@@ -19,6 +23,17 @@ bool AppDelegate::didFinishLaunchingWithOptions(const LaunchOptions& options) {
 
 void AppDelegate::initAction() {
   startClearTemp();
+  // The editor sits below the application: what it needs of the frame comes
+  // through hooks set here.
+  EditorHooks::isQuillpad = [this] { return isQuillpad(); };
+  EditorHooks::browserFolder = [this] {
+    auto explorer = getFileExplorer();
+    const std::string root = FileUtil::documentDirectory();
+    if (!explorer) return root;
+    std::string rel = explorer->fullRelativePath();
+    rel.erase(0, rel.find_first_not_of('/'));
+    return rel.empty() ? root : (std::filesystem::path(root) / rel).string();
+  };
   FileManagerUtil::checkPasswordFileIsExists();
   // The cloud drive is the sync folder from the environment, usable while it
   // is there and writable.

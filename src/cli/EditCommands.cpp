@@ -13,6 +13,7 @@
 #include "cli/Output.h"
 #include "editor/EditorBaseController.h"
 #include "editor/UnDoManager.h"
+#include "filemanager/CommonUtil.h"
 #include "platform/MainQueue.h"
 #include "platform/Unicode.h"
 
@@ -220,8 +221,8 @@ ordered_json editorState(const EditorBaseController& editor) {
           {"canRedo", editor.canRedo()},
           {"formatType", toUtf8(editor.formatType())},
           {"keys", keyTitles(editor)},
-          {"lastOpen", recordJson(EditorBaseController::getLastOpenByPath(editor.filePath()))},
-          {"bookmark", recordJson(EditorBaseController::getBookMarkByPath(editor.filePath()))}};
+          {"lastOpen", recordJson(UWebViewUtil::getLastOpenByPath(editor.filePath()))},
+          {"bookmark", recordJson(CommonUtil::getBookMarkByPath(editor.filePath()))}};
 }
 
 struct EditOptions {
@@ -251,12 +252,14 @@ int runEdit(const EditOptions& opts) {
 
   MainQueue& main = MainQueue::shared();
   main.adoptCurrentThread();
+  // Timers wait for the script's ["timer"] steps, never for the wall clock.
+  main.setManualClock(true);
   RecordingPort port;
   auto editor = EditorBaseController::instanceWithPath(fs::absolute(opts.file).string(), &port);
   editor->_isAddFile = opts.isNew;
   editor->_isLoadFromBookMark = opts.bookmark;
   auto drain = [&] {
-    main.runUntil([&] { return !editor->isLoading(); }, std::chrono::seconds(60));
+    main.runUntil([&] { return !editor->isBusy(); }, std::chrono::seconds(60));
     main.runPending();
   };
   editor->viewDidLoad();
@@ -342,8 +345,9 @@ int runEdit(const EditOptions& opts) {
       if (offset > editor->text().size()) return bad("offset past the end of the text");
       port.events.push_back(
           {{"kind", "lineno"}, {"offset", offset}, {"text", editor->lineNumberText(offset)}});
-    } else if (name == "timer") {
-      return bad("\"" + name + "\" is not available in this build");
+    } else if (name == "timer" && step.size() == 1) {
+      // Six seconds pass: deferred formatting asked for by the parser runs.
+      main.advanceClock(EditorBaseController::kFormatDelay);
     } else {
       return bad("not a step: " + step.dump());
     }

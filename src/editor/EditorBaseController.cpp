@@ -11,6 +11,8 @@
 #include "encoding/EncodingUtil.h"
 #include "encoding/FileBytes.h"
 #include "encoding/StringEncodings.h"
+#include "filemanager/CommonUtil.h"
+#include "filemanager/FilePropertyCopyURLS.h"
 #include "filemanager/FileUtil.h"
 #include "platform/FileWrite.h"
 #include "platform/Log.h"
@@ -72,6 +74,7 @@ class EditorBaseController::SuggestBridge : public ISuggestDelegate {
     editor_.textViewInput(text, diff);
   }
   TextRange onSelectedRange() override { return editor_._selection; }
+  void onStartTimer() override { editor_.startTimer(); }
 
  private:
   EditorBaseController& editor_;
@@ -81,10 +84,16 @@ EditorBaseController::EditorBaseController(const std::string& path, IEditorView*
     : _view(view),
       _filePath(path),
       _fileName(FileUtil::getFileName(path)),
-      _suggestBridge(std::make_unique<SuggestBridge>(*this)) {}
+      _suggestBridge(std::make_unique<SuggestBridge>(*this)) {
+  // The line numbers follow every edit of the text, whoever makes it.
+  _textStorage.addEditObserver([this](TextRange edited, std::ptrdiff_t) {
+    _layoutManager.processEditingForTextStorage(edited.location);
+  });
+}
 
 EditorBaseController::~EditorBaseController() {
   if (_currentThread) _currentThread->cancel();
+  stopTimer();
 }
 
 // ---- names ---------------------------------------------------------------------------
@@ -178,6 +187,7 @@ void EditorBaseController::viewDidAppear() {
 }
 
 void EditorBaseController::endScreen() {
+  stopTimer();
   if (_currentThread) _currentThread->cancel();
   _loading = false;
   _view = nullptr;
@@ -186,8 +196,8 @@ void EditorBaseController::endScreen() {
 void EditorBaseController::loadPageInfo() {
   if (_isOnline || _isAddFile) return;
   std::optional<PlistValue::Map> info;
-  if (_isLoadFromBookMark) info = getBookMarkByPath(_filePath);
-  if (!info) info = getLastOpenByPath(_filePath);
+  if (_isLoadFromBookMark) info = CommonUtil::getBookMarkByPath(_filePath);
+  if (!info) info = UWebViewUtil::getLastOpenByPath(_filePath);
   if (info) _openInfo = *info;
 }
 
@@ -249,10 +259,50 @@ void EditorBaseController::setContent(const std::u16string& text, bool readable)
 void EditorBaseController::resetText(const std::u16string& text) {
   // A loaded or template text starts a fresh journal.
   _journal = UnDoManager::instanceWithString(text);
-  _textStorage = TextStorage(text);
-  _layoutManager.processEditingForTextStorage(0);
+  syncStorageWithJournal();
   _selection = TextRange{0, 0};
   invokeFormater();
+}
+
+void EditorBaseController::viewDidDisappear(bool presentedOnTop) {
+  if (!presentedOnTop) stopTimer();
+}
+
+void EditorBaseController::startTimer() {
+  stopTimer();
+  std::weak_ptr<EditorBaseController> weak = weak_from_this();
+  _timer = MainQueue::shared().postAfter(kFormatDelay, [weak] {
+    if (auto self = weak.lock()) self->formatCodeTimer();
+  });
+}
+
+void EditorBaseController::stopTimer() {
+  if (_timer) _timer->cancel();
+  _timer.reset();
+}
+
+void EditorBaseController::formatCodeTimer() {
+  _timer.reset();
+  // An empty editing bracket: the text is the same, the pass runs again.
+  invokeFormater();
+}
+
+void EditorBaseController::syncStorageWithJournal() {
+  // Only the span that differs is replaced, so the colours around it and
+  // whoever observes the storage see one edit, as for a keystroke.
+  const std::u16string& want = text();
+  const std::u16string& have = _textStorage.string();
+  std::size_t prefix = 0;
+  const std::size_t shorter = std::min(want.size(), have.size());
+  while (prefix < shorter && want[prefix] == have[prefix]) ++prefix;
+  std::size_t suffix = 0;
+  while (suffix < shorter - prefix &&
+         want[want.size() - 1 - suffix] == have[have.size() - 1 - suffix])
+    ++suffix;
+  if (prefix == want.size() && prefix == have.size()) return;
+  _textStorage.replaceCharacters(
+      TextRange{prefix, have.size() - prefix - suffix},
+      std::u16string_view(want).substr(prefix, want.size() - prefix - suffix));
 }
 
 void EditorBaseController::invokeFormater() {
@@ -260,12 +310,83 @@ void EditorBaseController::invokeFormater() {
 }
 
 void EditorBaseController::gotoLastPosition() {
-  auto it = _openInfo.find(SYSTEM_BOOKMARK_TEXT_START);
-  if (it == _openInfo.end()) return;
-  auto offset = it->second.asInteger();
-  if (!offset || *offset <= 0) return;
-  _firstVisibleOffset = std::min<std::size_t>(static_cast<std::size_t>(*offset), text().size());
+  const auto number = [&](const char* key) -> double {
+    auto it = _openInfo.find(key);
+    if (it == _openInfo.end()) return 0;
+    if (auto i = it->second.asInteger()) return static_cast<double>(*i);
+    if (auto r = it->second.asReal()) return *r;
+    return 0;
+  };
+  if (const double offset = number(SYSTEM_BOOKMARK_TEXT_START); offset > 0) {
+    _firstVisibleOffset = std::min<std::size_t>(static_cast<std::size_t>(offset), text().size());
+    if (_view) _view->scrollToOffset(_firstVisibleOffset);
+    return;
+  }
+  const double height = number(SYSTEM_BOOKMARK_SCROLLY);
+  if (height <= 0 || !_view) return;
+  _scrollY = std::max(0.0, std::min(height, _view->contentHeight() - _view->viewHeight()));
+  _view->scrollToHeight(_scrollY);
+}
+
+// ---- toolbar, share sheet and progress bar ------------------------------------------------
+
+std::vector<std::string> EditorBaseController::toolbarItems() const {
+  std::vector<std::string> items{"enlarge", "reduce"};
+  if (_formatParser && _formatParser->isSupportPreview()) items.push_back("preview");
+  if (!_isOnline && !_isAddFile) items.push_back("bookmark");
+  items.push_back("progress");
+  items.push_back("share");
+  return items;
+}
+
+std::vector<std::string> EditorBaseController::shareRows() const {
+  std::vector<std::string> rows;
+  const auto offers = [&](ScreenRoute route) { return _view && _view->supportsRoute(route); };
+  if (offers(ScreenRoute::HandOver)) rows.push_back("Open In...");
+  if (offers(ScreenRoute::Mail)) rows.push_back("Email");
+  if (offers(ScreenRoute::Print)) rows.push_back("Print");
+  rows.push_back("Cancel");
+  return rows;
+}
+
+void EditorBaseController::actionItem() {
+  if (!_view) return;
+  const std::vector<std::string> rows = shareRows();
+  std::weak_ptr<EditorBaseController> weak = weak_from_this();
+  _view->showSheet(ScreenSheet{kTagShare, rows}, [weak, rows](int row) {
+    auto self = weak.lock();
+    if (!self || !self->_view || row < 0 || static_cast<std::size_t>(row) >= rows.size()) return;
+    const std::string& title = rows[static_cast<std::size_t>(row)];
+    const std::string name = FileUtil::getFileName(self->_filePath);
+    if (title == "Open In...")
+      self->_view->openRoute(ScreenRoute::HandOver, self->_filePath, name);
+    else if (title == "Email")
+      self->_view->openRoute(ScreenRoute::Mail, self->_filePath, name);
+    else if (title == "Print")
+      self->_view->openRoute(ScreenRoute::Print, self->_filePath, name);
+  });
+}
+
+void EditorBaseController::setVisibleRange(TextRange range) {
+  _visibleRange = range;
+  _firstVisibleOffset = std::min(range.location, text().size());
+}
+
+bool EditorBaseController::isSliderEnabled() const {
+  // Nothing to move through when the whole text is in sight.
+  return !(_visibleRange.location == 0 && _visibleRange.length >= text().size());
+}
+
+void EditorBaseController::sliderReleased(std::size_t value) {
+  _firstVisibleOffset = std::min(value, text().size());
   if (_view) _view->scrollToOffset(_firstVisibleOffset);
+}
+
+void EditorBaseController::textViewScrollChangeTextStorage() {
+  if (!_formatParser) return;
+  // The text is unchanged: the pass only recolours for the new range.
+  _formatParser->setVisibleRange(_visibleRange);
+  invokeFormater();
 }
 
 // ---- editing -----------------------------------------------------------------------------
@@ -325,7 +446,6 @@ std::string EditorBaseController::lineNumberText(std::size_t offset) {
 }
 
 void EditorBaseController::applyChange(TextRange range, const std::u16string& replacement) {
-  _layoutManager.processEditingForTextStorage(range.location);
   _journal->startGrouping();
   _journal->addUndoItem(range.location, range.length, replacement);
   _textStorage.replaceCharacters(range, replacement);
@@ -523,8 +643,7 @@ void EditorBaseController::undoAction() {
   // The buttons step two entries at a time.
   _journal->undo();
   if (_journal->isCanUndo()) _journal->undo();
-  _layoutManager.processEditingForTextStorage(0);
-  _textStorage = TextStorage(text());
+  syncStorageWithJournal();
   _selection = TextRange{std::min<std::size_t>(_journal->lastAppliedEnd(), text().size()), 0};
   invokeFormater();
 }
@@ -532,8 +651,7 @@ void EditorBaseController::undoAction() {
 void EditorBaseController::redoAction() {
   _journal->redo();
   if (_journal->isCanRedo()) _journal->redo();
-  _layoutManager.processEditingForTextStorage(0);
-  _textStorage = TextStorage(text());
+  syncStorageWithJournal();
   _selection = TextRange{std::min<std::size_t>(_journal->lastAppliedEnd(), text().size()), 0};
   invokeFormater();
 }
@@ -693,20 +811,8 @@ void EditorBaseController::cancelCurrent() {
 bool EditorBaseController::saveToFile() {
   const std::u16string str = text();
   if (_isOnline) {
-    std::string name = fileNameCommon();
-    if (name.empty()) {
-      if (_view) _view->showMessage("NameNotNull", localizedString("NameNotNull"));
-      return false;
-    }
-    EditorBak::backupToFileName(name, str);
-    bool stored = _delegate && _delegate->CreateFile(name, str, _isAddFile, _fileName,
-                                                     folderPathCommon(), _currentObject);
-    if (stored) {
-      cancelCurrent();
-    } else if (_view) {
-      _view->showMessage("NameNotNull", localizedString("NameNotNull"));
-    }
-    return stored;
+    saveToFileByOnline(str);
+    return true;
   }
   // Nothing was read, so there is nothing to write back.
   if (_isReadOnly && !_isAddFile) return true;
@@ -741,11 +847,52 @@ bool EditorBaseController::saveToFile() {
   return false;
 }
 
+void EditorBaseController::saveToFileByOnline(const std::u16string& str) {
+  const std::string name = fileNameCommon();
+  if (name.empty()) {
+    if (_view) _view->showMessage("NameNotNull", localizedString("NameNotNull"));
+    return;
+  }
+  // The delegate may talk to a slow store: it runs on the screen's thread,
+  // and the answer comes back to the main queue.
+  if (_currentThread) _currentThread->cancel();
+  _saving = true;
+  if (_view) _view->setBusy(true);
+  std::weak_ptr<EditorBaseController> weak = weak_from_this();
+  ICreateFile* delegate = _delegate;
+  const bool addFile = _isAddFile;
+  const std::string oldName = _fileName;
+  const std::string dir = folderPathCommon();
+  void* object = _currentObject;
+  _currentThread =
+      CancellableThread::startDetached([weak, str, name, delegate, addFile, oldName, dir, object] {
+        EditorBak::backupToFileName(name, str);
+        const bool stored =
+            delegate && delegate->CreateFile(name, str, addFile, oldName, dir, object);
+        const bool cancelled = isCurrentThreadCancelled();
+        MainQueue::shared().postAndWait([weak, stored, cancelled] {
+          auto self = weak.lock();
+          if (!self) return;
+          self->_saving = false;
+          if (stored) {
+            self->cancelCurrent();
+          } else if (!cancelled && self->_view) {
+            self->_view->showMessage("NameNotNull", localizedString("NameNotNull"));
+          }
+          if (self->_view) self->_view->setBusy(false);
+        });
+      });
+}
+
+void EditorBaseController::cancel() {
+  if (_currentThread) _currentThread->cancel();
+  if (_delegate) _delegate->cancel();
+}
+
 void EditorBaseController::viewText() {
   std::string path = _filePath;
   if (_isOnline) {
-    fs::path dir = fs::path(FileUtil::tempDirectory()) /
-                   ("preview-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)));
+    fs::path dir = fs::path(FileUtil::tempDirectory()) / detail::makeUUID();
     std::error_code ec;
     fs::create_directories(dir, ec);
     path = (dir / fileNameCommon()).string();
@@ -772,52 +919,23 @@ void EditorBaseController::reduceFontSize() {
   if (_defaultFont.size > kMinFontSize) setCurrentFont(_defaultFont.size - 2);
 }
 
-namespace {
-
-std::optional<PlistValue::Map> recordFor(const char* key, const std::string& path) {
-  auto all = UserDefaults::standard().dictionaryForKey(key);
-  if (!all) return std::nullopt;
-  auto it = all->find(FileUtil::getDocumentRelativePath(path));
-  if (it == all->end() || !it->second.asMap()) return std::nullopt;
-  return *it->second.asMap();
-}
-
-void storeRecord(const char* key, const std::string& path, PlistValue::Map record) {
-  auto& defaults = UserDefaults::standard();
-  PlistValue::Map all = defaults.dictionaryForKey(key).value_or(PlistValue::Map{});
-  all[FileUtil::getDocumentRelativePath(path)] = PlistValue(std::move(record));
-  defaults.setObject(key, PlistValue(std::move(all)));
-}
-
-}  // namespace
-
-std::optional<PlistValue::Map> EditorBaseController::getBookMarkByPath(const std::string& path) {
-  return recordFor(keys::SYSTEM_BOOKMARK, path);
-}
-
-std::optional<PlistValue::Map> EditorBaseController::getLastOpenByPath(const std::string& path) {
-  return recordFor(keys::SYSTEM_LASTOPEN_INFO, path);
-}
-
 void EditorBaseController::saveBookMark() {
   if (_isOnline || _isAddFile) return;
   std::lock_guard lock(_positionLock);
-  storeRecord(keys::SYSTEM_BOOKMARK, _filePath,
-              {{SYSTEM_BOOKMARK_FONT_SIZE, PlistValue(static_cast<long long>(_defaultFont.size))},
-               {SYSTEM_BOOKMARK_SCROLLY, PlistValue(0)},
-               {SYSTEM_BOOKMARK_ISSOURCE, PlistValue(true)}});
+  CommonUtil::saveBookMarkPath(_filePath, static_cast<long long>(_defaultFont.size),
+                               static_cast<long long>(_scrollY), true);
   if (_view) _view->showMessage("AddBookMarkSuccess", localizedString("AddBookMarkSuccess"));
 }
 
 void EditorBaseController::saveLastOpenBookMark() {
   if (_isOnline || _filePath.empty()) return;
   std::lock_guard lock(_positionLock);
-  storeRecord(
-      keys::SYSTEM_LASTOPEN_INFO, _filePath,
+  UWebViewUtil::saveLastOpen(
       {{SYSTEM_BOOKMARK_FONT_SIZE, PlistValue(_defaultFont.size)},
-       {SYSTEM_BOOKMARK_SCROLLY, PlistValue(0)},
+       {SYSTEM_BOOKMARK_SCROLLY, PlistValue(static_cast<long long>(_scrollY))},
        {SYSTEM_BOOKMARK_ISSOURCE, PlistValue(true)},
-       {SYSTEM_BOOKMARK_TEXT_START, PlistValue(static_cast<long long>(_firstVisibleOffset))}});
+       {SYSTEM_BOOKMARK_TEXT_START, PlistValue(static_cast<long long>(_firstVisibleOffset))}},
+      _filePath);
 }
 
 void EditorBaseController::encodingChange(const std::string& name) {

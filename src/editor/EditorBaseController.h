@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,9 +13,11 @@
 #include "editor/EditorKeyboardItems.h"
 #include "editor/UnDoManager.h"
 #include "platform/Cancellation.h"
+#include "platform/MainQueue.h"
 #include "platform/ScreenPort.h"
 #include "platform/TextStorage.h"
 #include "platform/UserDefaults.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace harbor {
 
@@ -27,6 +30,11 @@ class IEditorView : public IScreenPort {
   virtual void setKeys(const std::vector<std::string>&) {}
   virtual void showSuggestions(const std::vector<std::u16string>&) {}
   virtual void scrollToOffset(std::size_t) {}
+  // Scrolling by height, for records that kept no offset; the view's
+  // measures clamp it.
+  virtual void scrollToHeight(double) {}
+  virtual double contentHeight() const { return 0; }
+  virtual double viewHeight() const { return 0; }
   // The encoding picker for `path` (empty when online), starting at `current`.
   virtual void pickEncoding(const std::string& path, const std::string& current) {
     (void)path;
@@ -42,12 +50,6 @@ class ICreateFile {
                           const std::string& oldName, const std::string& dir, void* obj) = 0;
   virtual void cancel() {}
 };
-
-// Position record keys.
-inline constexpr const char* SYSTEM_BOOKMARK_FONT_SIZE = "SYSTEM_BOOKMARK_FONT_SIZE";
-inline constexpr const char* SYSTEM_BOOKMARK_SCROLLY = "SYSTEM_BOOKMARK_SCROLLY";
-inline constexpr const char* SYSTEM_BOOKMARK_ISSOURCE = "isSource";
-inline constexpr const char* SYSTEM_BOOKMARK_TEXT_START = "SYSTEM_BOOKMARK_TEXT_START";
 
 // Hooks the application sets at launch: they belong to layers above the editor.
 struct EditorHooks {
@@ -65,8 +67,10 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   static constexpr int kTagSaveChanges = 1001;
   static constexpr int kTagNameBeforeSave = 1002;
   static constexpr int kTagOptions = 2000;
+  static constexpr int kTagShare = 2001;
   static constexpr double kMaxFontSize = 60;
   static constexpr double kMinFontSize = 10;
+  static constexpr std::chrono::seconds kFormatDelay{6};
 
   static std::shared_ptr<EditorBaseController> instanceWithPath(const std::string& path,
                                                                 IEditorView* view);
@@ -81,6 +85,9 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
 
   void viewDidLoad();
   void viewDidAppear();
+  // Leaving sight stops the deferred formatting, unless a screen was only
+  // presented on top.
+  void viewDidDisappear(bool presentedOnTop);
   // The end of the screen: stops the load and forgets the port.
   void endScreen();
 
@@ -119,6 +126,11 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   void selectedKeywordsItem(const std::u16string& item);
   void changeInputAccessoryView();
 
+  // Deferred formatting: one pending pass, replaced by each new request.
+  void startTimer();
+  void stopTimer();
+  bool isTimerPending() const { return _timer != nullptr; }
+
   // ---- saving and leaving -------------------------------------------------------
   void alertActionSheet();
   // The options sheet's rows as they stand now.
@@ -130,17 +142,39 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   void cancelCurrent();
   void alertViewChangeFileName(int tag);
   void viewText();
+  // Stops the running load or online save and tells the delegate.
+  void cancel();
+
+  // ---- toolbar, share sheet, progress bar ----------------------------------------
+  // In order: "enlarge", "reduce", "preview" (pages), "bookmark" (local
+  // files), "progress", "share".
+  std::vector<std::string> toolbarItems() const;
+  // Sheet 2001: the hand-over, mail and print rows the port serves, "Cancel".
+  std::vector<std::string> shareRows() const;
+  void actionItem();
+  // The view reports what is in sight; the progress bar runs from 0 to the
+  // text's length and sits at the first visible offset.
+  void setVisibleRange(TextRange range);
+  std::size_t sliderMaximum() const { return text().size(); }
+  std::size_t sliderValue() const { return _firstVisibleOffset; }
+  bool isSliderEnabled() const;
+  void sliderReleased(std::size_t value);
+  void textViewScrollChangeTextStorage();
 
   // ---- view settings -------------------------------------------------------------
   void enlargeFontSize();
   void reduceFontSize();
   void setFirstVisibleOffset(std::size_t offset) { _firstVisibleOffset = offset; }
+  // The view's scroll height, kept in the position records.
+  void setScrollY(double y) { _scrollY = y < 0 ? 0 : y; }
   void saveBookMark();
   void saveLastOpenBookMark();
   void encodingChange(const std::string& name);
 
   // ---- state -----------------------------------------------------------------------
   const std::u16string& text() const { return _journal->getSourceString(); }
+  // The coloured text a view mirrors; add an edit observer to follow it.
+  TextStorage& textStorage() { return _textStorage; }
   TextRange selection() const { return _selection; }
   const std::string& filePath() const { return _filePath; }
   const std::string& encodingString() const { return _encodingString; }
@@ -148,14 +182,14 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   bool isEditable() const { return _editable; }
   bool isReadOnly() const { return _isReadOnly; }
   bool isLoading() const { return _loading; }
+  // A load or an online save still running.
+  bool isBusy() const { return _loading || _saving; }
   std::u16string formatType() const;
   std::string fileNameCommon() const;
   std::string fileExtension() const;
   std::string fileNameNoExtension() const;
   std::string inFileExtension() const;
   std::string folderPathCommon() const;
-  static std::optional<PlistValue::Map> getBookMarkByPath(const std::string& path);
-  static std::optional<PlistValue::Map> getLastOpenByPath(const std::string& path);
 
  private:
   EditorBaseController(const std::string& path, IEditorView* view);
@@ -171,6 +205,10 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   static std::optional<std::u16string> loadDataAutomatic(const std::string& path,
                                                          std::string* used);
   void setContent(const std::u16string& text, bool readable);
+  void saveToFileByOnline(const std::u16string& str);
+  void formatCodeTimer();
+  // Brings the storage to the journal's text by one edit of the span that differs.
+  void syncStorageWithJournal();
   void resetText(const std::u16string& text);
   void invokeFormater();
   void gotoLastPosition();
@@ -196,6 +234,8 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   bool _isReadOnly = false;
   bool _editable = false;
   bool _loading = false;
+  bool _saving = false;
+  TextRange _visibleRange;
   std::uint64_t _contentChangeLength = 0;
   PlistValue::Map _openInfo;
   Font _defaultFont{"monospace", 16};
@@ -204,7 +244,9 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   TextStorage _textStorage;
   TextRange _selection;
   std::size_t _firstVisibleOffset = 0;
+  double _scrollY = 0;
   std::optional<CancellationToken> _currentThread;
+  std::shared_ptr<MainQueue::Timer> _timer;
   std::mutex _positionLock;
   std::vector<EditCommonButton> _keys;
   CodeTextView _codeTextView;

@@ -17,6 +17,7 @@
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace harbor {
 namespace fs = std::filesystem;
@@ -139,6 +140,46 @@ void CommonUtil::checkBookMark() {
   if (removed == 0) return;
   defaults.setObject(kBookmarkKey, std::move(*bookmarks));
   defaults.synchronize();
+}
+
+namespace {
+
+std::optional<PlistValue::Map> recordFor(std::string_view key, const std::string& path) {
+  auto all = UserDefaults::standard().dictionaryForKey(std::string(key));
+  if (!all) return std::nullopt;
+  auto it = all->find(FileUtil::getDocumentRelativePath(path));
+  if (it == all->end() || !it->second.asMap()) return std::nullopt;
+  return *it->second.asMap();
+}
+
+void storeRecord(std::string_view key, const std::string& path, PlistValue::Map record) {
+  auto& defaults = UserDefaults::standard();
+  const std::string name(key);
+  PlistValue::Map all = defaults.dictionaryForKey(name).value_or(PlistValue::Map{});
+  all[FileUtil::getDocumentRelativePath(path)] = PlistValue(std::move(record));
+  defaults.setObject(name, PlistValue(std::move(all)));
+}
+
+}  // namespace
+
+void CommonUtil::saveBookMarkPath(const std::string& path, long long textSize, long long scrollY,
+                                  bool isSource) {
+  storeRecord(kBookmarkKey, path,
+              {{SYSTEM_BOOKMARK_FONT_SIZE, PlistValue(textSize)},
+               {SYSTEM_BOOKMARK_SCROLLY, PlistValue(scrollY)},
+               {SYSTEM_BOOKMARK_ISSOURCE, PlistValue(isSource)}});
+}
+
+std::optional<PlistValue::Map> CommonUtil::getBookMarkByPath(const std::string& path) {
+  return recordFor(kBookmarkKey, path);
+}
+
+void UWebViewUtil::saveLastOpen(PlistValue::Map info, const std::string& path) {
+  storeRecord(keys::SYSTEM_LASTOPEN_INFO, path, std::move(info));
+}
+
+std::optional<PlistValue::Map> UWebViewUtil::getLastOpenByPath(const std::string& path) {
+  return recordFor(keys::SYSTEM_LASTOPEN_INFO, path);
 }
 
 std::string CommonUtil::formattedFileSizeAll(std::uint64_t size) {

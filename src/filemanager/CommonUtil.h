@@ -9,6 +9,7 @@
 
 #include "filemanager/FileUtil.h"
 #include "filemanager/USupportFile.h"
+#include "platform/UserDefaults.h"
 
 namespace harbor {
 
@@ -61,6 +62,11 @@ class CommonUtil {
 
   // Drops the bookmarks of files that no longer exist under the document root.
   static void checkBookMark();
+  // A document's bookmark, keyed by its path relative to the document root:
+  // font size and scroll height as integers, and whether it was the source.
+  static void saveBookMarkPath(const std::string& path, long long textSize, long long scrollY,
+                               bool isSource);
+  static std::optional<PlistValue::Map> getBookMarkByPath(const std::string& path);
 
   // Whether at least `seconds` have passed since `since`; true when there is
   // no date yet, and when the date lies in the future (a clock set back).
@@ -89,6 +95,15 @@ class CommonUtil {
   // The MIME type the system's table gives the path's extension;
   // "application/octet-stream" when it has none.
   static std::string getEmailMimeType(std::string_view path);
+};
+
+// Where each document was last left: a record per path relative to the
+// document root (font size, scroll height, first visible offset, source).
+class UWebViewUtil {
+ public:
+  UWebViewUtil() = delete;
+  static void saveLastOpen(PlistValue::Map info, const std::string& path);
+  static std::optional<PlistValue::Map> getLastOpenByPath(const std::string& path);
 };
 
 }  // namespace harbor

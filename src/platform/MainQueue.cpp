@@ -130,6 +130,79 @@ bool MainQueue::runUntil(std::function<bool()> done, std::chrono::milliseconds t
   return done && done();
 }
 
+std::shared_ptr<MainQueue::Timer> MainQueue::postAfter(std::chrono::milliseconds delay,
+                                                       std::function<void()> work) {
+  auto timer = std::make_shared<Timer>();
+  if (!work) return timer;
+  std::lock_guard lock(timerMutex_);
+  timers_.emplace(nowLocked() + delay, PendingTimer{timer, std::move(work)});
+  // One thread for all timers on the steady clock, never ended: the queue
+  // lives as long as the process.
+  if (!timerThreadStarted_) {
+    timerThreadStarted_ = true;
+    std::thread([this] { timerLoop(); }).detach();
+  }
+  timerChanged_.notify_all();
+  return timer;
+}
+
+MainQueue::TimePoint MainQueue::nowLocked() const {
+  return manualClock_ ? manualNow_ : std::chrono::steady_clock::now();
+}
+
+std::vector<MainQueue::PendingTimer> MainQueue::takeDueLocked(TimePoint now) {
+  std::vector<PendingTimer> due;
+  while (!timers_.empty() && timers_.begin()->first <= now) {
+    due.push_back(std::move(timers_.begin()->second));
+    timers_.erase(timers_.begin());
+  }
+  return due;
+}
+
+void MainQueue::postTimers(std::vector<PendingTimer> due) {
+  // Cancelling still counts after the work was posted, until it runs.
+  for (auto& t : due) {
+    if (t.timer->isCancelled()) continue;
+    post([timer = t.timer, work = std::move(t.work)] {
+      if (!timer->isCancelled()) work();
+    });
+  }
+}
+
+void MainQueue::timerLoop() {
+  std::unique_lock lock(timerMutex_);
+  for (;;) {
+    if (manualClock_ || timers_.empty()) {
+      timerChanged_.wait(lock);
+      continue;
+    }
+    const TimePoint next = timers_.begin()->first;
+    if (timerChanged_.wait_until(lock, next) == std::cv_status::no_timeout) continue;
+    auto due = takeDueLocked(std::chrono::steady_clock::now());
+    lock.unlock();
+    postTimers(std::move(due));
+    lock.lock();
+  }
+}
+
+void MainQueue::setManualClock(bool manual) {
+  std::lock_guard lock(timerMutex_);
+  if (manual && !manualClock_) manualNow_ = std::chrono::steady_clock::now();
+  manualClock_ = manual;
+  timerChanged_.notify_all();
+}
+
+void MainQueue::advanceClock(std::chrono::milliseconds by) {
+  std::vector<PendingTimer> due;
+  {
+    std::lock_guard lock(timerMutex_);
+    if (!manualClock_) return;
+    manualNow_ += by;
+    due = takeDueLocked(manualNow_);
+  }
+  postTimers(std::move(due));
+}
+
 void MainQueue::setDispatcher(std::function<void(std::function<void()>)> dispatcher) {
   std::deque<std::function<void()>> handOver;
   {

@@ -1,12 +1,16 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace harbor {
 
@@ -19,6 +23,23 @@ class MainQueue {
   static MainQueue& shared();
 
   void post(std::function<void()> work);
+
+  // A one-shot timer: its work is posted once its delay has passed on the
+  // queue's clock, unless cancelled before it runs.
+  class Timer {
+   public:
+    void cancel() { cancelled_ = true; }
+    bool isCancelled() const { return cancelled_; }
+
+   private:
+    std::atomic<bool> cancelled_{false};
+  };
+  std::shared_ptr<Timer> postAfter(std::chrono::milliseconds delay, std::function<void()> work);
+  // Scripted runs and tests: time stands still until advanced, and the
+  // timers that come due are posted by advanceClock, in the order of their
+  // due times. Switching back to the steady clock keeps pending timers.
+  void setManualClock(bool manual);
+  void advanceClock(std::chrono::milliseconds by);
   // Runs `work` on the main thread and returns once it has run. On the main
   // thread it runs inline. From another thread it blocks until the main
   // thread's loop (run, runPending, runUntil or the dispatcher's event loop)
@@ -55,6 +76,23 @@ class MainQueue {
   std::function<void(std::function<void()>)> dispatcher_;
   std::thread::id mainThread_;
   bool stopRequested_ = false;
+
+  using TimePoint = std::chrono::steady_clock::time_point;
+  struct PendingTimer {
+    std::shared_ptr<Timer> timer;
+    std::function<void()> work;
+  };
+  TimePoint nowLocked() const;
+  void timerLoop();
+  // Removes the timers due by `now`, earliest first.
+  std::vector<PendingTimer> takeDueLocked(TimePoint now);
+  void postTimers(std::vector<PendingTimer> due);
+  std::mutex timerMutex_;
+  std::condition_variable timerChanged_;
+  std::multimap<TimePoint, PendingTimer> timers_;
+  bool manualClock_ = false;
+  TimePoint manualNow_{};
+  bool timerThreadStarted_ = false;
 };
 
 }  // namespace harbor

@@ -170,10 +170,20 @@ void TextStorage::replaceCharacters(TextRange range, std::u16string_view replace
   runs_ = std::move(runs);
   text_ = std::make_shared<std::u16string>(std::move(text));
   coalesceAround(0 < loc ? loc - 1 : 0, newEnd + 1);
-  if (observer_) {
-    observer_(TextRange{loc, replacement.size()}, static_cast<std::ptrdiff_t>(replacement.size()) -
-                                                      static_cast<std::ptrdiff_t>(end - loc));
-  }
+  const TextRange edited{loc, replacement.size()};
+  const auto change =
+      static_cast<std::ptrdiff_t>(replacement.size()) - static_cast<std::ptrdiff_t>(end - loc);
+  for (const auto& [token, observer] : observers_) observer(edited, change);
+}
+
+std::size_t TextStorage::addEditObserver(EditObserver observer) {
+  const std::size_t token = nextObserver_++;
+  observers_.emplace_back(token, std::move(observer));
+  return token;
+}
+
+void TextStorage::removeEditObserver(std::size_t token) {
+  std::erase_if(observers_, [token](const auto& o) { return o.first == token; });
 }
 
 }  // namespace harbor

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace harbor {
 
@@ -83,10 +85,13 @@ class TextStorage {
   TextAttributes attributesAt(std::size_t offset) const;
 
   // Replaces characters; inserted text takes the attributes of the text
-  // before it. Observers hear of every edit.
+  // before it. Observers hear of every edit, in the order they were added.
   void replaceCharacters(TextRange range, std::u16string_view replacement);
   using EditObserver = std::function<void(TextRange editedRange, std::ptrdiff_t changeInLength)>;
-  void setEditObserver(EditObserver observer) { observer_ = std::move(observer); }
+  // Several parts follow one text (line numbers, the view, the caret); each
+  // adds itself and removes itself with the token it got.
+  std::size_t addEditObserver(EditObserver observer);
+  void removeEditObserver(std::size_t token);
 
   std::uint64_t attributeWriteCount() const { return writes_; }
   std::size_t runCount() const { return runs_.size(); }
@@ -113,7 +118,8 @@ class TextStorage {
   std::shared_ptr<const std::u16string> text_ = std::make_shared<std::u16string>();
   Runs runs_{{0, TextAttributes{}}};
   std::uint64_t writes_ = 0;
-  EditObserver observer_;
+  std::vector<std::pair<std::size_t, EditObserver>> observers_;
+  std::size_t nextObserver_ = 1;
 };
 
 }  // namespace harbor

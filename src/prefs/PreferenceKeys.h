@@ -32,3 +32,13 @@ inline constexpr const char* SystemTouchIDAuthenticationFolder =
 inline constexpr const char* SYSTEM_FILE_PASSWORD = "SYSTEM_FILE_PASSWORD";
 
 }  // namespace harbor::keys
+
+namespace harbor {
+
+// The keys of a position record (a bookmark or a last-open record).
+inline constexpr const char* SYSTEM_BOOKMARK_FONT_SIZE = "SYSTEM_BOOKMARK_FONT_SIZE";
+inline constexpr const char* SYSTEM_BOOKMARK_SCROLLY = "SYSTEM_BOOKMARK_SCROLLY";
+inline constexpr const char* SYSTEM_BOOKMARK_ISSOURCE = "isSource";
+inline constexpr const char* SYSTEM_BOOKMARK_TEXT_START = "SYSTEM_BOOKMARK_TEXT_START";
+
+}  // namespace harbor

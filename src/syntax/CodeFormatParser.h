@@ -81,6 +81,8 @@ class ISuggestDelegate {
   virtual void onInputString(const std::u16string& text, long diff) = 0;
   // The selection in the text being typed into; reactions to typing start there.
   virtual TextRange onSelectedRange() { return {}; }
+  // Asks for a fresh pass over the whole text a while after typing stops.
+  virtual void onStartTimer() {}
 };
 
 // The base scanner of every language. One pass walks the text once from

@@ -9,6 +9,7 @@
 
 #include "editor/EditorBak.h"
 #include "editor/EditorBaseController.h"
+#include "filemanager/CommonUtil.h"
 #include "platform/MainQueue.h"
 #include "platform/Unicode.h"
 #include "support/TestSupport.h"
@@ -38,6 +39,13 @@ struct Port : IEditorView {
   void setTitle(const std::string&) override {}
   void setBusy(bool) override {}
   void close() override { ++closed; }
+  void scrollToOffset(std::size_t offset) override { offsets.push_back(offset); }
+  void scrollToHeight(double y) override { heights.push_back(y); }
+  double contentHeight() const override { return content; }
+  double viewHeight() const override { return shown; }
+  std::vector<std::size_t> offsets;
+  std::vector<double> heights;
+  double content = 0, shown = 0;
   bool supportsRoute(ScreenRoute) const override { return true; }
   void openRoute(ScreenRoute, const std::string& path, const std::string& title) override {
     previews.emplace_back(path, title);
@@ -136,7 +144,7 @@ TEST_F(EditorController, PlainSaveKeepsCrlfBacksUpAndRemembersThePosition) {
   // The opening copy and the copy of the saved text.
   EXPECT_EQ(backups(),
             (std::vector<std::string>{"int a;\r\nint b;\r\n", "int a; // ok\r\nint b;\r\n"}));
-  auto record = EditorBaseController::getLastOpenByPath(file.string());
+  auto record = UWebViewUtil::getLastOpenByPath(file.string());
   ASSERT_TRUE(record);
   EXPECT_EQ(record->at(SYSTEM_BOOKMARK_TEXT_START).asInteger(), 8);
 }
@@ -153,7 +161,7 @@ TEST_F(EditorController, CleanCloseAsksNothingAndUndoneEditsCountAsClean) {
   editor->cancelAct();
   EXPECT_TRUE(port.alerts.empty());
   EXPECT_EQ(port.closed, 1);
-  EXPECT_TRUE(EditorBaseController::getLastOpenByPath(file.string()));
+  EXPECT_TRUE(UWebViewUtil::getLastOpenByPath(file.string()));
 }
 
 TEST_F(EditorController, DiscardingChangesLeavesThemInTheBackupFolder) {
@@ -288,7 +296,7 @@ TEST_F(EditorController, FontSizeMovesInEvenStepsBetweenTenAndSixty) {
   EXPECT_EQ(editor->fontSize(), 10);
   editor->saveBookMark();
   EXPECT_EQ(port.messages, (std::vector<std::string>{"AddBookMarkSuccess"}));
-  auto mark = EditorBaseController::getBookMarkByPath(file.string());
+  auto mark = CommonUtil::getBookMarkByPath(file.string());
   ASSERT_TRUE(mark);
   EXPECT_TRUE(mark->at(SYSTEM_BOOKMARK_FONT_SIZE).isInteger());
 }
@@ -344,12 +352,18 @@ TEST_F(EditorController, OnlineSaveGoesToTheDelegateAndClosesOnlyWhenStored) {
   editor->_delegate = &store;
   editor->viewDidLoad();
   type(*editor, u"up");
+  // The store is asked on the screen's thread; its answer comes back here.
+  const auto settle = [&] {
+    MainQueue::shared().runUntil([&] { return !editor->isBusy(); }, std::chrono::seconds(10));
+  };
   store.accept = false;
   editor->saveAndClose();
+  settle();
   EXPECT_EQ(port.closed, 0);
   EXPECT_EQ(port.messages, (std::vector<std::string>{"NameNotNull"}));
   store.accept = true;
   editor->saveAndClose();
+  settle();
   EXPECT_EQ(port.closed, 1);
   ASSERT_EQ(store.calls.size(), 2u);
   EXPECT_EQ(store.calls[1], (std::pair<std::string, std::u16string>{"cloud.txt", u"up"}));
@@ -359,8 +373,123 @@ TEST_F(EditorController, OnlineSaveGoesToTheDelegateAndClosesOnlyWhenStored) {
   editor->alertViewChangeFileName(EditorBaseController::kTagRename);
   port.answer(1, {"stem", ""});  // a stem without an extension names nothing
   editor->saveAndClose();
+  settle();
   EXPECT_EQ(store.calls.size(), 2u);
   EXPECT_EQ(port.messages.back(), "NameNotNull");
+}
+
+TEST_F(EditorController, UndoIsOneEditOfTheStorageAndLineNumbersFollowIt) {
+  fs::path file = root() / "u.c";
+  test::writeFile(file, "int a;\nint b;\n");
+  auto editor = open(file);
+  editor->setEditing(true);
+  const auto keyword = editor->textStorage().attributesAt(0).foregroundColor;
+  ASSERT_TRUE(keyword.has_value()) << "int is coloured";
+  std::vector<TextRange> edits;
+  editor->textStorage().addEditObserver([&](TextRange r, std::ptrdiff_t) { edits.push_back(r); });
+  EXPECT_EQ(editor->lineNumberText(7), "2");
+  type(*editor, u"\n\n");  // two lines above "int b;"
+  EXPECT_EQ(editor->lineNumberText(9), "4");
+  edits.clear();
+  editor->undoAction();
+  EXPECT_EQ(editor->text(), u"int a;\nint b;\n");
+  EXPECT_EQ(editor->textStorage().string(), editor->text());
+  // The undone span alone was replaced; what stood around it kept its colour.
+  ASSERT_EQ(edits.size(), 1u);
+  EXPECT_EQ(edits[0], (TextRange{0, 0}));
+  EXPECT_EQ(editor->textStorage().attributesAt(7).foregroundColor, keyword);
+  EXPECT_EQ(editor->lineNumberText(7), "2") << "the numbering cache saw the undo";
+  editor->redoAction();
+  EXPECT_EQ(editor->lineNumberText(9), "4");
+}
+
+TEST_F(EditorController, DeferredFormattingRunsOnceSixSecondsLaterUnlessStopped) {
+  MainQueue& main = MainQueue::shared();
+  main.setManualClock(true);
+  fs::path file = root() / "t.c";
+  test::writeFile(file, "int x;\n");
+  auto editor = open(file);
+  // Colours wiped behind the parser's back show whether a pass ran since.
+  TextStorage& storage = editor->textStorage();
+  const auto wipe = [&] { storage.removeForegroundColor({0, storage.length()}); };
+  const auto coloured = [&] { return storage.attributesAt(0).foregroundColor.has_value(); };
+  ASSERT_TRUE(coloured());
+  editor->startTimer();
+  editor->startTimer();  // a second request replaces the first
+  wipe();
+  main.advanceClock(std::chrono::milliseconds(5999));
+  main.runPending();
+  EXPECT_TRUE(editor->isTimerPending());
+  EXPECT_FALSE(coloured());
+  main.advanceClock(std::chrono::milliseconds(1));
+  main.runPending();
+  EXPECT_FALSE(editor->isTimerPending());
+  EXPECT_TRUE(coloured()) << "the pass ran again";
+  wipe();
+  main.advanceClock(std::chrono::seconds(60));
+  main.runPending();
+  EXPECT_FALSE(coloured()) << "one-shot";
+
+  // A screen presented on top keeps it; leaving for good stops it.
+  editor->startTimer();
+  editor->viewDidDisappear(true);
+  EXPECT_TRUE(editor->isTimerPending());
+  editor->viewDidDisappear(false);
+  EXPECT_FALSE(editor->isTimerPending());
+  editor->startTimer();
+  editor->endScreen();
+  main.advanceClock(std::chrono::seconds(6));
+  main.runPending();
+  EXPECT_FALSE(coloured());
+  main.setManualClock(false);
+}
+
+TEST_F(EditorController, ToolbarShareSheetAndProgressBar) {
+  test::writeFile(root() / "p.txt", "0123456789abcdefghij");
+  auto editor = open(root() / "p.txt");
+  EXPECT_EQ(editor->toolbarItems(),
+            (std::vector<std::string>{"enlarge", "reduce", "bookmark", "progress", "share"}));
+  auto page = open(root() / "new.html", true);
+  EXPECT_EQ(page->toolbarItems(),
+            (std::vector<std::string>{"enlarge", "reduce", "preview", "progress", "share"}));
+
+  editor->actionItem();
+  ASSERT_EQ(port.sheets.back().tag, EditorBaseController::kTagShare);
+  EXPECT_EQ(port.sheets.back().rows,
+            (std::vector<std::string>{"Open In...", "Email", "Print", "Cancel"}));
+  port.choose("Print");
+  ASSERT_FALSE(port.previews.empty());
+  EXPECT_EQ(port.previews.back(),
+            (std::pair<std::string, std::string>{(root() / "p.txt").string(), "p.txt"}));
+
+  editor->setVisibleRange({0, 20});
+  EXPECT_FALSE(editor->isSliderEnabled()) << "all of it is in sight";
+  editor->setVisibleRange({5, 10});
+  EXPECT_TRUE(editor->isSliderEnabled());
+  EXPECT_EQ(editor->sliderValue(), 5u);
+  EXPECT_EQ(editor->sliderMaximum(), 20u);
+  editor->sliderReleased(50);
+  EXPECT_EQ(port.offsets.back(), 20u) << "clamped to the text";
+}
+
+TEST_F(EditorController, ABookmarkWithoutAnOffsetRestoresTheClampedScrollHeight) {
+  fs::path file = root() / "long.txt";
+  test::writeFile(file, std::string(1000, 'x'));
+  CommonUtil::saveBookMarkPath(file.string(), 18, 500, true);
+  port.content = 800;
+  port.shown = 600;
+  auto editor = EditorBaseController::instanceWithPath(file.string(), &port);
+  editor->_isLoadFromBookMark = true;
+  editor->viewDidLoad();
+  editor->viewDidAppear();
+  MainQueue::shared().runUntil([&] { return !editor->isLoading(); }, std::chrono::seconds(30));
+  EXPECT_EQ(editor->fontSize(), 18);
+  ASSERT_FALSE(port.heights.empty());
+  EXPECT_EQ(port.heights.back(), 200);
+  EXPECT_TRUE(port.offsets.empty());
+  editor->cancelAct();
+  EXPECT_EQ(UWebViewUtil::getLastOpenByPath(file.string())->at(SYSTEM_BOOKMARK_SCROLLY).asInteger(),
+            200);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -99,6 +100,37 @@ TEST_F(MainQueueTest, DispatcherTakesOverPosts) {
   ASSERT_EQ(handed.size(), 2u);
   for (auto& work : handed) work();
   EXPECT_EQ(ran, 2);
+}
+
+TEST_F(MainQueueTest, TimersFireOnceInDueOrderAndCancelStopsThem) {
+  main.setManualClock(true);
+  std::vector<std::string> fired;
+  auto late = main.postAfter(6s, [&] { fired.push_back("late"); });
+  auto early = main.postAfter(1s, [&] { fired.push_back("early"); });
+  auto dropped = main.postAfter(2s, [&] { fired.push_back("dropped"); });
+  main.advanceClock(999ms);
+  main.runPending();
+  EXPECT_TRUE(fired.empty()) << "nothing is due before its time";
+  dropped->cancel();
+  main.advanceClock(1s);
+  main.runPending();
+  EXPECT_EQ(fired, (std::vector<std::string>{"early"}));
+  // Cancelled after it was posted but before the loop ran it: still nothing.
+  main.advanceClock(5s);
+  late->cancel();
+  main.runPending();
+  main.advanceClock(60s);
+  main.runPending();
+  EXPECT_EQ(fired, (std::vector<std::string>{"early"}));
+  main.setManualClock(false);
+}
+
+TEST_F(MainQueueTest, TimersOnTheSteadyClockReachALoopThatWaits) {
+  std::atomic<bool> fired{false};
+  const auto start = std::chrono::steady_clock::now();
+  main.postAfter(30ms, [&] { fired = true; });
+  EXPECT_TRUE(main.runUntil([&] { return fired.load(); }, 5s));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
 }
 
 }  // namespace

@@ -40,7 +40,9 @@ TEST(TextStorage, EditsShiftRunsAndInsertedTextTakesThePrecedingRun) {
   TextStorage s(u"aaBBcc");
   s.addForegroundColor(kRed, TextRange{2, 2});
   std::vector<std::pair<TextRange, std::ptrdiff_t>> edits;
-  s.setEditObserver([&](TextRange r, std::ptrdiff_t d) { edits.emplace_back(r, d); });
+  int second = 0;
+  s.addEditObserver([&](TextRange r, std::ptrdiff_t d) { edits.emplace_back(r, d); });
+  const auto token = s.addEditObserver([&](TextRange, std::ptrdiff_t) { ++second; });
 
   s.replaceCharacters(TextRange{4, 0}, u"X");  // after the red run: continues it
   EXPECT_EQ(s.string(), u"aaBBXcc");
@@ -54,6 +56,11 @@ TEST(TextStorage, EditsShiftRunsAndInsertedTextTakesThePrecedingRun) {
   s.replaceCharacters(TextRange{0, 0}, u"Q");  // at the start: takes what follows
   EXPECT_EQ(s.attributesAt(0), s.attributesAt(1));
   EXPECT_EQ(edits.size(), 4u);
+  EXPECT_EQ(second, 4) << "every observer hears every edit";
+  s.removeEditObserver(token);
+  s.replaceCharacters(TextRange{0, 0}, u"R");
+  EXPECT_EQ(second, 4);
+  EXPECT_EQ(edits.size(), 5u);
   EXPECT_EQ(edits[2], (std::pair<TextRange, std::ptrdiff_t>{{1, 0}, -3}));
 }
 
