@@ -28,23 +28,24 @@ struct JournalOptions {
   std::string save;
 };
 
-// Reads a steps file, "-" for standard input; nothing when it cannot be read.
-std::optional<std::string> readSteps(const std::string& path) {
-  std::ostringstream out;
+// One step per line, each a JSON array naming the step first, from a file or
+// "-" for standard input. Nothing when the steps cannot be used; `exitCode`
+// then says why: 1 unreadable, 2 not steps.
+std::optional<std::vector<nlohmann::json>> loadSteps(const char* command, const std::string& path,
+                                                     int& exitCode) {
+  std::ostringstream text;
   if (path == "-") {
-    out << std::cin.rdbuf();
-    return out.str();
+    text << std::cin.rdbuf();
+  } else {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+      exitCode = fail(command, checkPath(path, PathNeed::File).value_or(path + ": unreadable"));
+      return std::nullopt;
+    }
+    text << in.rdbuf();
   }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  out << in.rdbuf();
-  return out.str();
-}
-
-// One step per line, each a JSON array naming the step first.
-std::optional<std::vector<nlohmann::json>> parseSteps(const std::string& text, std::string& why) {
   std::vector<nlohmann::json> steps;
-  std::istringstream lines(text);
+  std::istringstream lines(text.str());
   std::string line;
   int number = 0;
   while (std::getline(lines, line)) {
@@ -52,7 +53,8 @@ std::optional<std::vector<nlohmann::json>> parseSteps(const std::string& text, s
     if (trim(std::string_view(line)).empty()) continue;
     auto step = nlohmann::json::parse(line, nullptr, false);
     if (step.is_discarded() || !step.is_array() || step.empty() || !step[0].is_string()) {
-      why = "step " + std::to_string(number) + " is not a JSON array naming a step";
+      exitCode =
+          fail(command, "step " + std::to_string(number) + " is not a JSON array naming a step", 2);
       return std::nullopt;
     }
     steps.push_back(std::move(step));
@@ -75,14 +77,9 @@ int runJournal(const JournalOptions& opts) {
   } else {
     journal = UnDoManager::instanceWithString(toUtf16(opts.text));
   }
-  auto stepsText = readSteps(opts.steps);
-  if (!stepsText) {
-    return fail("journal",
-                checkPath(opts.steps, PathNeed::File).value_or(opts.steps + ": unreadable"));
-  }
-  std::string why;
-  auto steps = parseSteps(*stepsText, why);
-  if (!steps) return fail("journal", why, 2);
+  int refused = 0;
+  auto steps = loadSteps("journal", opts.steps, refused);
+  if (!steps) return refused;
 
   ordered_json out = ordered_json::array();
   int number = 0;
@@ -233,14 +230,9 @@ struct EditOptions {
 };
 
 int runEdit(const EditOptions& opts) {
-  auto stepsText = readSteps(opts.steps);
-  if (!stepsText) {
-    return fail("edit",
-                checkPath(opts.steps, PathNeed::File).value_or(opts.steps + ": unreadable"));
-  }
-  std::string why;
-  auto steps = parseSteps(*stepsText, why);
-  if (!steps) return fail("edit", why, 2);
+  int refused = 0;
+  auto steps = loadSteps("edit", opts.steps, refused);
+  if (!steps) return refused;
   if (opts.isNew) {
     if (auto problem = checkPath(fs::path(opts.file).parent_path().empty()
                                      ? "."

@@ -9,15 +9,13 @@
 
 namespace harbor {
 
-// A map that remembers the order in which keys first came. Re-adding a key
-// keeps its place.
-template <typename K, typename V>
-class OrderedHashTable {
+namespace detail {
+
+// A map that remembers the order in which keys first came, over any
+// sequence of keys. Re-adding a key keeps its place.
+template <typename K, typename V, typename Order>
+class InsertionOrderedTable {
  public:
-  void addObject(const V& object, const K& key) {
-    if (!_hashTable.contains(key)) _orderSet.push_back(key);
-    _hashTable[key] = object;
-  }
   void removeObjectForKey(const K& key) {
     if (_hashTable.erase(key)) std::erase(_orderSet, key);
   }
@@ -33,7 +31,7 @@ class OrderedHashTable {
   // The objects in key order.
   std::vector<V> objects() const {
     std::vector<V> out;
-    out.reserve(_orderSet.size());
+    out.reserve(_hashTable.size());
     for (const K& key : _orderSet) out.push_back(_hashTable.at(key));
     return out;
   }
@@ -41,49 +39,37 @@ class OrderedHashTable {
   auto begin() const { return _orderSet.begin(); }
   auto end() const { return _orderSet.end(); }
 
+ protected:
+  // Only a new key joins the order; replacing a value keeps its place.
+  void put(const V& object, const K& key) {
+    if (_hashTable.insert_or_assign(key, object).second) _orderSet.push_back(key);
+  }
+
  private:
-  std::vector<K> _orderSet;
+  Order _orderSet;
   std::unordered_map<K, V> _hashTable;
+};
+
+}  // namespace detail
+
+template <typename K, typename V>
+class OrderedHashTable : public detail::InsertionOrderedTable<K, V, std::vector<K>> {
+ public:
+  void addObject(const V& object, const K& key) { this->put(object, key); }
 };
 
 // The same contract over a list of keys; adding is safe from several threads,
 // removal is not.
 template <typename K, typename V>
-class LinkedHashTable {
+class LinkedHashTable : public detail::InsertionOrderedTable<K, V, std::list<K>> {
  public:
   void addObject(const V& object, const K& key) {
     std::lock_guard lock(monitor_);
-    std::size_t before = _hashTable.size();
-    _hashTable[key] = object;
-    // Only a new key joins the order; replacing a value keeps its place.
-    if (_hashTable.size() > before) _orderSet.push_back(key);
+    this->put(object, key);
   }
-  void removeObjectForKey(const K& key) {
-    if (_hashTable.erase(key)) _orderSet.remove(key);
-  }
-  std::optional<V> objectForKey(const K& key) const {
-    auto it = _hashTable.find(key);
-    if (it == _hashTable.end()) return std::nullopt;
-    return it->second;
-  }
-  void removeAll() {
-    _orderSet.clear();
-    _hashTable.clear();
-  }
-  std::vector<V> objects() const {
-    std::vector<V> out;
-    out.reserve(_orderSet.size());
-    for (const K& key : _orderSet) out.push_back(_hashTable.at(key));
-    return out;
-  }
-  std::size_t count() const { return _hashTable.size(); }
-  auto begin() const { return _orderSet.begin(); }
-  auto end() const { return _orderSet.end(); }
 
  private:
   std::mutex monitor_;
-  std::list<K> _orderSet;
-  std::unordered_map<K, V> _hashTable;
 };
 
 }  // namespace harbor
