@@ -210,8 +210,8 @@ bool Archive7zWriter::fail(long code, const std::string& message) {
 
 bool Archive7zWriter::open(std::optional<Error>* error) {
   lastError_.reset();
-  std::string dir = fs::path(path_).parent_path().string();
-  if (dir.empty()) dir = ".";
+  const fs::path parent = fs::path(path_).parent_path();
+  const std::string dir = parent.empty() ? std::string(".") : parent.string();
   if (method_ != 1)
     fail(3, "Unsupported method");
   else if (::access(dir.c_str(), W_OK) != 0)
@@ -256,10 +256,7 @@ bool Archive7zWriter::write() {
   }
 
   TempFile temp;
-  const fs::path target(path_);
-  temp.path = (target.parent_path() /
-               ("." + target.filename().string() + ".part-" + extraction::uniqueName()))
-                  .string();
+  temp.path = extraction::temporaryBeside(path_);
   temp.f = std::fopen(temp.path.c_str(), "wb");
   if (!temp.f) return fail(1, "Cannot create " + path_);
   std::uint8_t zeros[kStartHeaderSize] = {};
