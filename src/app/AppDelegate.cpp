@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "app/GlobalConfig.h"
+#include "app/LockServices.h"
 #include "cloud/CloudProvider.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileManagerUtil.h"
@@ -11,6 +12,7 @@ namespace harbor {
 
 bool AppDelegate::didFinishLaunchingWithOptions(const LaunchOptions& options) {
   GlobalConfig::initConfig<AppGlobalConfig>(this);
+  installMissingLockServices(*this);
   CommonApplication::didFinishLaunchingWithOptions(options);
   initAction();
   window()->makeKeyAndVisible();

@@ -24,18 +24,33 @@ class StoredPasswords : public IPasswordStore {
   }
 };
 
-}  // namespace
-
-void installLockServices(CommonApplication& application, std::shared_ptr<IScreenPort> port) {
-  auto& services = ApplicationServices::shared();
-  services.passwords = std::make_shared<StoredPasswords>();
-  TouchIDUtils::setBiometrics(std::make_shared<NoBiometrics>());
-  services.loginController = [&application, port]() -> std::shared_ptr<ViewController> {
+std::function<std::shared_ptr<ViewController>()> loginFactory(CommonApplication& application,
+                                                              std::shared_ptr<IScreenPort> port) {
+  return [&application, port]() -> std::shared_ptr<ViewController> {
     auto login = LocalLoginController::singleInstance();
     login->delegate = &application;
     login->setScreenPort(port);
     return login;
   };
+}
+
+}  // namespace
+
+std::shared_ptr<IPasswordStore> makeStoredPasswordStore() {
+  return std::make_shared<StoredPasswords>();
+}
+
+void installMissingLockServices(CommonApplication& application) {
+  auto& services = ApplicationServices::shared();
+  if (!services.passwords) services.passwords = makeStoredPasswordStore();
+  if (!services.loginController) services.loginController = loginFactory(application, nullptr);
+}
+
+void installLockServices(CommonApplication& application, std::shared_ptr<IScreenPort> port) {
+  auto& services = ApplicationServices::shared();
+  services.passwords = makeStoredPasswordStore();
+  TouchIDUtils::setBiometrics(std::make_shared<NoBiometrics>());
+  services.loginController = loginFactory(application, port);
   services.alertMsg = [port](const std::string& text) {
     if (port) port->showMessage({}, text);
   };

@@ -188,6 +188,13 @@ TEST_F(LockScreens, RootFolderLockHeaderIsASlash) {
   EXPECT_EQ(LocalLoginController::singleInstance()->headerText(), "/");
 }
 
+TEST_F(LockScreens, ALaunchWithNothingInstalledStillLocks) {
+  LoginPasswordUtil::saveLocalPassword("local");
+  AppDelegate app;
+  app.didFinishLaunchingWithOptions({});
+  EXPECT_TRUE(locked(app));
+}
+
 class PasswordSetup : public LockScreens {
  protected:
   std::unique_ptr<SettingsLoginPassword> screen() {
