@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "app/GlobalConfig.h"
+#include "app/LocalLoginController.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"
@@ -81,6 +82,10 @@ CommonApplication::CommonApplication() {
 }
 
 CommonApplication::~CommonApplication() {
+  // The lock screen outlives any one application object; it must not call a gone one.
+  if (auto login = LocalLoginController::singleInstance(); login->delegate == this) {
+    login->delegate = nullptr;
+  }
   if (reachabilityToken_) NotificationCenter::defaultCenter().removeObserver(reachabilityToken_);
   if (sharedApp == this) sharedApp = nullptr;
 }

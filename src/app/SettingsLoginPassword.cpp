@@ -58,7 +58,7 @@ std::vector<PreferenceSection> SettingsLoginPassword::sections() const {
     auth.push_back(toggle("Folder", keys::SystemTouchIDAuthenticationFolder,
                           "changeTouchIDAuthenticationFolder:"));
   }
-  PreferenceRow clear{{rowkeys::text, "Folder"},
+  PreferenceRow clear{{rowkeys::text, "ClearFolderPasswords"},
                       {rowkeys::event, "clearDirectoryPassword:"},
                       {rowkeys::accessoryType, "1"}};
   return {wifi, local, auth, {clear}};
