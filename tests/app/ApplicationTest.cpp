@@ -186,6 +186,16 @@ TEST_F(Application, LockedFolderLocksEvenWithAutoLogin) {
   EXPECT_EQ(shown(app), app.fileManagerNavController);
 }
 
+TEST_F(Application, BiometricsAreNotOfferedWhenTheUserTurnedThemOff) {
+  passwords->local = "secret";
+  TouchIDSettings::setTouchIDAuthentication(false);
+  AppDelegate app;
+  app.didFinishLaunchingWithOptions({});
+  app.applicationWillEnterForeground();
+  EXPECT_EQ(shown(app), login);
+  EXPECT_EQ(biometrics->asked, 0);
+}
+
 TEST_F(Application, NoPasswordNeverLocks) {
   AppDelegate app;
   app.didFinishLaunchingWithOptions({});

@@ -6,7 +6,6 @@
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/UserDefaults.h"
-#include "prefs/AesCipher.h"
 #include "prefs/LoginPasswordUtil.h"
 #include "prefs/PreferenceKeys.h"
 #include "prefs/SystemSettings.h"
@@ -105,23 +104,6 @@ TEST_F(LoginPasswordUtilTest, UndecodableStoredValuesReadAsNone) {
   // Auto login needs a number: a string "yes" is off.
   UserDefaults::standard().setObject(keys::System_Local_AutoLogin, "yes");
   EXPECT_FALSE(LoginPasswordUtil::getAutoLogin());
-}
-
-TEST(AesCipher, KeysAndIvsKeepTheirOwnValuesApart) {
-  const auto key = AesCipher::keyFromText("short key");
-  EXPECT_EQ(key[8], 'y');
-  EXPECT_EQ(key[9], 0) << "zero-padded";
-  const AesCipher::Iv zero{};
-  AesCipher::Iv other{};
-  other[0] = 1;
-  const std::string a = AesCipher::encipherToBase64("same text", key, zero);
-  EXPECT_EQ(a, AesCipher::encipherToBase64("same text", key, zero)) << "deterministic";
-  EXPECT_NE(a, AesCipher::encipherToBase64("same text", key, other));
-  EXPECT_EQ(AesCipher::decipherFromBase64(a, key, zero), "same text");
-  EXPECT_NE(AesCipher::decipherFromBase64(a, AesCipher::keyFromText("other"), zero),
-            std::optional<std::string>("same text"));
-  EXPECT_EQ(AesCipher::decipherFromBase64(AesCipher::encipherToBase64("", key, zero), key, zero),
-            "");
 }
 
 TEST_F(LoginPasswordUtilTest, BiometricsAreAbsentHereAndBothSwitchesDefaultOn) {
