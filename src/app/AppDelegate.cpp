@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "app/GlobalConfig.h"
+#include "app/LockServices.h"
 #include "cloud/CloudProvider.h"
 #include "editor/EditorBaseController.h"
 #include "filemanager/CommonUtil.h"
@@ -15,6 +16,7 @@ namespace harbor {
 
 bool AppDelegate::didFinishLaunchingWithOptions(const LaunchOptions& options) {
   GlobalConfig::initConfig<AppGlobalConfig>(this);
+  installMissingLockServices(*this);
   CommonApplication::didFinishLaunchingWithOptions(options);
   initAction();
   window()->makeKeyAndVisible();

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/ViewController.h"
+#include "prefs/TouchIDUtils.h"
 
 namespace harbor {
 
@@ -22,16 +23,6 @@ class IPasswordStore {
       const std::string& relativePath) = 0;
 };
 
-// Biometric unlock; Linux has none, so the default provider says so.
-class IBiometrics {
- public:
-  virtual ~IBiometrics() = default;
-  virtual bool isSupportTouchID() = 0;
-  virtual bool isTouchIDAuthentication() = 0;  // the user's setting
-  // `reply(success, errorCode)`; -2 means the user cancelled.
-  virtual void authentionTouchID(std::function<void(bool, long)> reply) = 0;
-};
-
 // The Wi-Fi share server, as the frame starts and stops it.
 class IShareServer {
  public:
@@ -45,13 +36,15 @@ class IShareServer {
 // subsystems that provide them. Until one is provided its step does nothing.
 struct ApplicationServices {
   std::shared_ptr<IPasswordStore> passwords;
-  std::shared_ptr<IBiometrics> biometrics;
   std::function<std::shared_ptr<IShareServer>()> makeShareServer;
   // The lock screen and the root file browser screens.
   std::function<std::shared_ptr<ViewController>()> loginController;
   std::function<std::shared_ptr<ViewController>()> fileManagerController;
   // Shows a localised message on the top screen.
   std::function<void(const std::string&)> alertMsg;
+  // Told on the main thread whenever the window's root changes (the lock
+  // screen comes or goes), so the screens follow.
+  std::function<void(const std::shared_ptr<ViewController>&)> rootChanged;
   // The connectivity probe; its reply is ignored.
   std::function<void()> detectNetwork;
   // Work that joins the launch's temporary-files clean-up.

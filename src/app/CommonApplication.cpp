@@ -5,9 +5,7 @@
 #include <system_error>
 
 #include "app/GlobalConfig.h"
-#include "prefs/AppUserDefaultUtils.h"
-#include "prefs/FileShareUtil.h"
-#include "prefs/SystemUtils.h"
+#include "app/LocalLoginController.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"
@@ -16,6 +14,10 @@
 #include "platform/NotificationNames.h"
 #include "platform/OperationQueue.h"
 #include "platform/Strings.h"
+#include "prefs/AppUserDefaultUtils.h"
+#include "prefs/FileShareUtil.h"
+#include "prefs/SystemUtils.h"
+#include "prefs/TouchIDUtils.h"
 
 namespace harbor {
 namespace fs = std::filesystem;
@@ -80,6 +82,10 @@ CommonApplication::CommonApplication() {
 }
 
 CommonApplication::~CommonApplication() {
+  // The lock screen outlives any one application object; it must not call a gone one.
+  if (auto login = LocalLoginController::singleInstance(); login->delegate == this) {
+    login->delegate = nullptr;
+  }
   if (reachabilityToken_) NotificationCenter::defaultCenter().removeObserver(reachabilityToken_);
   if (sharedApp == this) sharedApp = nullptr;
 }
@@ -221,7 +227,11 @@ void CommonApplication::setWindowRootViewControllerOnMainThread(
     return;
   }
   if (!window_) createWindow();
+  const bool changed = window_->rootViewController != root;
   window_->rootViewController = root;
+  if (changed) {
+    if (auto& told = ApplicationServices::shared().rootChanged) told(root);
+  }
   // A quick action waits until the normal root shows, never behind the lock.
   if (root && root == _rootViewController) handerShortCutItem();
 }
@@ -256,12 +266,20 @@ bool CommonApplication::isSecurity(bool useBiometric) {
     if (!window_) createWindow();
     if (window_->rootViewController != login) setWindowRootViewControllerOnMainThread(login);
     if (useBiometric && isUseTouchIDAuthentication()) {
-      ApplicationServices::shared().biometrics->authentionTouchID([this](bool ok, long code) {
+      // The reply may come on another thread.
+      TouchIDUtils::authentionTouchID([this](bool ok, long code) {
         if (ok) {
           restoreWindowRootViewController();
-        } else if (code != -2) {
-          if (auto& alert = ApplicationServices::shared().alertMsg) {
-            alert(localizedString("Failure"));
+        } else if (code != IBiometrics::kUserCancel) {
+          auto show = [] {
+            if (auto& alert = ApplicationServices::shared().alertMsg) {
+              alert(localizedString("Failure"));
+            }
+          };
+          if (MainQueue::shared().isMainThread()) {
+            show();
+          } else {
+            MainQueue::shared().post(show);
           }
         }
       });
@@ -285,8 +303,7 @@ bool CommonApplication::checkPassword() {
 }
 
 bool CommonApplication::isUseTouchIDAuthentication() {
-  auto bio = ApplicationServices::shared().biometrics;
-  return bio && bio->isSupportTouchID() && bio->isTouchIDAuthentication();
+  return TouchIDUtils::isSupportTouchID() && TouchIDSettings::isTouchIDAuthentication();
 }
 
 void CommonApplication::getShortCutItem(const LaunchOptions& options) {

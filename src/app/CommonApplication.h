@@ -10,6 +10,7 @@
 #include <string>
 
 #include "app/ApplicationServices.h"
+#include "app/ILocalLogin.h"
 #include "app/ViewController.h"
 #include "platform/NotificationCenter.h"
 
@@ -47,10 +48,10 @@ struct ImageFormat {
 
 // The application object: launch, lifecycle, incoming files and the lock
 // decisions. One per process, reached through sharedAppDelegate().
-class CommonApplication {
+class CommonApplication : public ILocalLogin {
  public:
   CommonApplication();
-  virtual ~CommonApplication();
+  ~CommonApplication() override;
   CommonApplication(const CommonApplication&) = delete;
   CommonApplication& operator=(const CommonApplication&) = delete;
 
@@ -92,14 +93,14 @@ class CommonApplication {
 
   // Window root.
   void setWindowRootViewControllerOnMainThread(std::shared_ptr<ViewController> root);
-  void restoreWindowRootViewController();
+  void restoreWindowRootViewController() override;
   void setWindowDidFinishLaunchingRootViewController();
 
   // Lock.
   bool isSecurity();
   bool isSecurity(bool useBiometric);
   bool checkPassword();
-  bool isUseTouchIDAuthentication();
+  bool isUseTouchIDAuthentication() override;
 
   // Quick actions.
   void getShortCutItem(const LaunchOptions& options);
@@ -122,7 +123,7 @@ class CommonApplication {
   // The file browser on screen and its lock.
   virtual std::shared_ptr<NavigationController> getFileNavigationController() { return nullptr; }
   std::shared_ptr<IFileExplorer> getFileExplorer();
-  std::optional<std::string> getFileExplorePwdPath();
+  std::optional<std::string> getFileExplorePwdPath() override;
   std::string getFileExplorePassword();
 
   bool isCloudAvailable() const;

@@ -204,15 +204,25 @@ bool FileManagerUtil::isSamePassword(const std::string& stored, const std::strin
 }
 
 bool FileManagerUtil::isExistsPasswordInPathComponents(const std::string& path) {
+  return getPasswordPathInPathComponents(path).has_value();
+}
+
+std::optional<std::string> FileManagerUtil::getPasswordPathInPathComponents(
+    const std::string& path) {
   std::string rel = path;
   if (auto key = relativeKey(path)) rel = *key;
   const PlistValue::Map map = passwordMap();
-  if (map.empty()) return false;
+  if (map.empty()) return std::nullopt;
   for (;;) {
     const std::string* stored = storedValue(map, rel);
-    if (stored && FilePasswordCipher::decode(*stored)) return true;
+    if (stored && FilePasswordCipher::decode(*stored)) {
+      std::size_t end = rel.find_last_not_of('/');
+      if (end == std::string::npos) return std::string();
+      rel.erase(end + 1);
+      return rel.front() == '/' ? rel : "/" + rel;
+    }
     std::size_t end = rel.find_last_not_of('/');
-    if (end == std::string::npos) return false;  // the root was the last level
+    if (end == std::string::npos) return std::nullopt;  // the root was the last level
     std::size_t slash = rel.rfind('/', end);
     rel = slash == std::string::npos ? std::string() : rel.substr(0, slash);
   }

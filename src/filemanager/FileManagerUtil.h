@@ -44,6 +44,9 @@ class FileManagerUtil {
   // Whether `path` or any folder above it, up to the root, is locked. Takes
   // a full path under the document root or a relative one.
   static bool isExistsPasswordInPathComponents(const std::string& path);
+  // The same walk, answering the nearest locked level as a relative path
+  // ("/a/b", "" for the root itself); nullopt when nothing on the way is.
+  static std::optional<std::string> getPasswordPathInPathComponents(const std::string& path);
   // Full paths of the locked items at or below `path`; "/a/ab" is not below
   // "/a/a".
   static std::vector<std::string> getAllPasswordFileList(const std::string& path);

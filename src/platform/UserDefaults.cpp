@@ -597,4 +597,12 @@ bool UserDefaults::writeLocked() {
   return true;
 }
 
+std::string formatPlistDate(PlistValue::Date date) {
+  return formatDate(date);
+}
+
+std::optional<PlistValue::Date> parsePlistDate(std::string_view text) {
+  return parseDate(text);
+}
+
 }  // namespace harbor

@@ -67,6 +67,11 @@ class PlistValue {
   std::variant<std::monostate, bool, std::int64_t, double, std::string, Date, Data, Array, Map> v_;
 };
 
+// Dates as the store writes them: ISO 8601 in UTC ("2024-03-01T12:00:00.250Z");
+// reading also takes an offset ("+02:00").
+std::string formatPlistDate(PlistValue::Date date);
+std::optional<PlistValue::Date> parsePlistDate(std::string_view text);
+
 // The flat preferences store. A read of a missing or wrongly typed value
 // gives the caller's default. A file-backed store persists every change as
 // JSON through a temporary file and a rename; a corrupt file is moved aside

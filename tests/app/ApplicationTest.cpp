@@ -5,15 +5,15 @@
 #include "app/AppDelegate.h"
 #include "app/GlobalConfig.h"
 #include "app/GlobalUtil.h"
-#include "prefs/FileShareUtil.h"
-#include "prefs/PreferenceKeys.h"
-#include "prefs/SystemUtils.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"
 #include "platform/MainQueue.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/UserDefaults.h"
+#include "prefs/FileShareUtil.h"
+#include "prefs/PreferenceKeys.h"
+#include "prefs/SystemUtils.h"
 #include "support/TestSupport.h"
 
 namespace harbor {
@@ -54,9 +54,8 @@ struct Biometrics : IBiometrics {
   bool succeed = true;
   long code = 0;
   int asked = 0;
-  bool isSupportTouchID() override { return true; }
-  bool isTouchIDAuthentication() override { return true; }
-  void authentionTouchID(std::function<void(bool, long)> reply) override {
+  bool canEvaluatePolicy() override { return true; }
+  void evaluatePolicy(const std::string&, Reply reply) override {
     ++asked;
     reply(succeed, code);
   }
@@ -77,18 +76,21 @@ class Application : public test::TempHome {
     auto& s = ApplicationServices::shared();
     s = ApplicationServices{};
     s.passwords = passwords;
-    s.biometrics = biometrics;
+    TouchIDUtils::setBiometrics(biometrics);
     s.loginController = [this] { return login; };
     s.fileManagerController = [this] { return browser; };
     s.alertMsg = [this](const std::string& m) { alerts.push_back(m); };
   }
   void TearDown() override {
     ApplicationServices::shared() = ApplicationServices{};
+    TouchIDUtils::setBiometrics(nullptr);
     GlobalConfig::reset();
     TempHome::TearDown();
   }
 
-  std::shared_ptr<ViewController> shown(AppDelegate& app) { return app.window()->rootViewController; }
+  std::shared_ptr<ViewController> shown(AppDelegate& app) {
+    return app.window()->rootViewController;
+  }
 
   std::shared_ptr<Passwords> passwords = std::make_shared<Passwords>();
   std::shared_ptr<Biometrics> biometrics = std::make_shared<Biometrics>();
@@ -182,6 +184,16 @@ TEST_F(Application, LockedFolderLocksEvenWithAutoLogin) {
   biometrics->succeed = true;
   app.applicationWillEnterForeground();
   EXPECT_EQ(shown(app), app.fileManagerNavController);
+}
+
+TEST_F(Application, BiometricsAreNotOfferedWhenTheUserTurnedThemOff) {
+  passwords->local = "secret";
+  TouchIDSettings::setTouchIDAuthentication(false);
+  AppDelegate app;
+  app.didFinishLaunchingWithOptions({});
+  app.applicationWillEnterForeground();
+  EXPECT_EQ(shown(app), login);
+  EXPECT_EQ(biometrics->asked, 0);
 }
 
 TEST_F(Application, NoPasswordNeverLocks) {

@@ -134,6 +134,11 @@ TEST_F(FilePasswords, LocksFollowTheTree) {
   EXPECT_TRUE(FileManagerUtil::isExistsPasswordInPathComponents("/ab/deep/z/w"));
   EXPECT_TRUE(FileManagerUtil::isExistsPasswordInPathComponents(at("abc/x")));
   EXPECT_FALSE(FileManagerUtil::isExistsPasswordInPathComponents("/abc/y"));
+  // The nearest locked level answers, as a relative path however it was asked.
+  EXPECT_EQ(FileManagerUtil::getPasswordPathInPathComponents("/ab/deep/y/z"), "/ab/deep/y");
+  EXPECT_EQ(FileManagerUtil::getPasswordPathInPathComponents(at("ab/deep")), "/ab");
+  EXPECT_EQ(FileManagerUtil::getPasswordPathInPathComponents("abc/x/"), "/abc/x");
+  EXPECT_FALSE(FileManagerUtil::getPasswordPathInPathComponents("/abc"));
 
   // Moving a folder keeps every locked child locked at its new place.
   FileManagerUtil::cutFileAndPassword(at("ab"), at("moved/ab"));
