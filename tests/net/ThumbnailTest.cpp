@@ -6,7 +6,6 @@
 #include "NetTestClient.h"
 #include "filemanager/FileManagerUtil.h"
 #include "filemanager/FileUtil.h"
-#include "net/share/VipsThumbnail.h"
 #include "net/share/WiFiShare.h"
 #include "support/TestSupport.h"
 
@@ -100,17 +99,6 @@ TEST_F(ThumbnailTest, ImagesListWithA75PixelJpegTheBrowserCanFetch) {
   auto made = fs::last_write_time(thumb);
   get("/?type=list&guid=g");
   EXPECT_EQ(fs::last_write_time(thumb), made);
-}
-
-TEST(VipsThumbnailTest, AFileThatIsNoImageGivesNothingAndLeavesNothing) {
-  test::ScratchDir dir;
-  test::writeFile(dir / "fake.gif", "GIF89a but then nothing");
-  std::string thumb = (dir / "t.jpg").string(), screen = (dir / "s.jpg").string();
-  EXPECT_FALSE(VipsThumbnail::generate((dir / "fake.gif").string(), thumb, screen));
-  EXPECT_FALSE(VipsThumbnail::generate((dir / "missing.png").string(), thumb, screen));
-  std::size_t entries = 0;
-  for (auto& e : fs::directory_iterator(dir.path())) entries += e.path().filename() != "fake.gif";
-  EXPECT_EQ(entries, 0u);
 }
 
 }  // namespace
