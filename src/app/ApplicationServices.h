@@ -40,6 +40,9 @@ struct ApplicationServices {
   // The lock screen and the root file browser screens.
   std::function<std::shared_ptr<ViewController>()> loginController;
   std::function<std::shared_ptr<ViewController>()> fileManagerController;
+  // The sharing screen and the cloud drive screen it opens.
+  std::function<std::shared_ptr<ViewController>()> fileShareController;
+  std::function<std::shared_ptr<ViewController>()> iCloudDriveController;
   // Shows a localised message on the top screen.
   std::function<void(const std::string&)> alertMsg;
   // Told on the main thread whenever the window's root changes (the lock

@@ -1,6 +1,7 @@
 #include "net/http/HTTPAuthentication.h"
 
 #include <cctype>
+#include <future>
 
 #include "net/http/HTTPMessage.h"
 #include "net/http/HTTPUtil.h"
@@ -68,52 +69,67 @@ HTTPAuthenticationRequest::HTTPAuthenticationRequest(std::string_view header) {
   }
 }
 
+NonceRegistry::NonceRegistry() : strand_(asio::make_strand(queue_.get_executor())) {}
+
+NonceRegistry::~NonceRegistry() {
+  queue_.join();
+}
+
+template <class F>
+auto NonceRegistry::ask(F work) -> decltype(work()) {
+  // The promise lives with the posted work: the asker may be gone the
+  // moment the answer is set.
+  auto answer = std::make_shared<std::promise<decltype(work())>>();
+  auto future = answer->get_future();
+  asio::post(strand_, [answer, &work] { answer->set_value(work()); });
+  return future.get();
+}
+
 std::shared_ptr<NonceRegistry> NonceRegistry::shared() {
   static auto registry = std::make_shared<NonceRegistry>();
   return registry;
 }
 
 void NonceRegistry::setClock(Clock clock) {
-  std::lock_guard lock(mutex_);
-  clock_ = std::move(clock);
+  ask([&] {
+    clock_ = std::move(clock);
+    return true;
+  });
 }
 
 std::chrono::steady_clock::time_point NonceRegistry::now() const {
   return clock_ ? clock_() : std::chrono::steady_clock::now();
 }
 
-void NonceRegistry::pruneLocked(std::chrono::steady_clock::time_point t) {
-  for (auto it = nonces_.begin(); it != nonces_.end();) {
-    if (t - it->second.created > kLifetime) {
-      it = nonces_.erase(it);
-    } else {
-      ++it;
-    }
-  }
+void NonceRegistry::prune() {
+  auto t = now();
+  std::erase_if(nonces_, [&](const auto& e) { return t - e.second.created > kLifetime; });
 }
 
 std::string NonceRegistry::generateNonce() {
   std::string nonce = HTTPUtil::uuidString();
-  std::lock_guard lock(mutex_);
-  auto t = now();
-  pruneLocked(t);
-  nonces_[nonce] = Entry{t, 0};
+  asio::post(strand_, [this, nonce] {
+    prune();
+    nonces_[nonce] = Entry{now(), 0};
+  });
   return nonce;
 }
 
 bool NonceRegistry::hasRecentNonce(const std::string& nonce) {
-  std::lock_guard lock(mutex_);
-  pruneLocked(now());
-  return nonces_.count(nonce) > 0;
+  return ask([&] {
+    prune();
+    return nonces_.count(nonce) > 0;
+  });
 }
 
 bool NonceRegistry::acceptNonceCount(const std::string& nonce, std::uint64_t nc) {
-  std::lock_guard lock(mutex_);
-  pruneLocked(now());
-  auto it = nonces_.find(nonce);
-  if (it == nonces_.end() || nc <= it->second.lastNC) return false;
-  it->second.lastNC = nc;
-  return true;
+  return ask([&] {
+    prune();
+    auto it = nonces_.find(nonce);
+    if (it == nonces_.end() || nc <= it->second.lastNC) return false;
+    it->second.lastNC = nc;
+    return true;
+  });
 }
 
 }  // namespace harbor

@@ -5,9 +5,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
+
+#include <asio/strand.hpp>
+#include <asio/thread_pool.hpp>
 
 namespace harbor {
 
@@ -36,13 +38,21 @@ class HTTPAuthenticationRequest {
 
 // The digest nonces this process handed out. A nonce lives 300 s, and the
 // highest nonce count seen is kept per nonce for every connection, so a
-// request replayed on a new connection is refused too.
+// request replayed on a new connection is refused too. Only the registry's
+// own strand touches the list: new nonces are added without waiting, and
+// questions wait for their answer behind them.
 class NonceRegistry {
  public:
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
   static constexpr std::chrono::seconds kLifetime{300};
 
+  NonceRegistry();
+  ~NonceRegistry();
+  NonceRegistry(const NonceRegistry&) = delete;
+  NonceRegistry& operator=(const NonceRegistry&) = delete;
+
   static std::shared_ptr<NonceRegistry> shared();
+  // Called on the registry's thread.
   void setClock(Clock clock);
 
   std::string generateNonce();
@@ -55,10 +65,14 @@ class NonceRegistry {
     std::chrono::steady_clock::time_point created;
     std::uint64_t lastNC = 0;
   };
-  void pruneLocked(std::chrono::steady_clock::time_point now);
+  void prune();
   std::chrono::steady_clock::time_point now() const;
+  // Runs `work` on the strand and waits for its answer.
+  template <class F>
+  auto ask(F work) -> decltype(work());
 
-  mutable std::mutex mutex_;
+  asio::thread_pool queue_{1};
+  asio::strand<asio::thread_pool::executor_type> strand_;
   Clock clock_;
   std::map<std::string, Entry> nonces_;
 };

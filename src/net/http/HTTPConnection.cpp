@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "net/http/HTTPServer.h"
+#include "net/http/WebSocket.h"
 #include "platform/Log.h"
 
 namespace harbor {
@@ -84,6 +86,10 @@ std::shared_ptr<HTTPResponse> HTTPConnection::httpResponseForMethod(const std::s
   std::error_code ec;
   if (!fs::is_regular_file(*path, ec)) return nullptr;
   return HTTPFileResponse::create(*path, weak_from_this());
+}
+
+std::shared_ptr<WebSocket> HTTPConnection::webSocketForURI(const std::string&) {
+  return nullptr;
 }
 
 void HTTPConnection::prepareForBodyWithSize(std::uint64_t) {}
@@ -458,11 +464,21 @@ void HTTPConnection::replyToHTTPRequest() {
     return;
   }
   requestURI_ = request_->url();
-  auto upgrade = request_->headerField("Upgrade");
-  auto connection = request_->headerField("Connection");
-  if (upgrade && equalsIgnoreCase(*upgrade, "WebSocket") && connection &&
-      connection->find("Upgrade") != std::string::npos) {
-    handleResourceNotFound();  // no web sockets here
+  if (WebSocket::isWebSocketRequest(*request_)) {
+    auto ws = webSocketForURI(requestURI_);
+    if (!ws) {
+      handleResourceNotFound();
+      return;
+    }
+    if (!WebSocket::isValidHandshake(*request_)) {
+      handleInvalidRequest();
+      return;
+    }
+    // The socket is the web socket's from here; this connection ends.
+    if (config_->server) config_->server->addWebSocket(ws);
+    ws->start();
+    asyncSocket_.reset();
+    die();
     return;
   }
   // Authentication was settled on the head (a nonce count is good once).

@@ -19,6 +19,7 @@
 namespace harbor {
 
 class HTTPServer;
+class WebSocket;
 
 // What every connection of one server shares.
 struct HTTPConfig {
@@ -84,6 +85,8 @@ class HTTPConnection : public AsyncSocketDelegate,
   virtual std::optional<std::string> passwordForUser(const std::string& username);
   virtual std::shared_ptr<HTTPResponse> httpResponseForMethod(const std::string& method,
                                                               const std::string& uri);
+  // The web socket that takes over an upgrade request for `uri`; null: 404.
+  virtual std::shared_ptr<WebSocket> webSocketForURI(const std::string& uri);
   // A status to refuse the request with once its head is read, before any
   // body is taken (0: go on).
   virtual int checkRequestHead() { return 0; }
@@ -115,6 +118,7 @@ class HTTPConnection : public AsyncSocketDelegate,
   const std::string& requestURI() const { return requestURI_; }
   HTTPMessage* request() const { return request_.get(); }
   const HTTPConfig& config() const { return *config_; }
+  const std::shared_ptr<AsyncSocket>& asyncSocket() const { return asyncSocket_; }
 
   // From responses, on any thread.
   void responseHasAvailableData(HTTPResponse* sender);

@@ -133,6 +133,29 @@ void HTTPServer::connectionDidDie(HTTPConnection* connection) {
   }
 }
 
+void HTTPServer::addWebSocket(std::shared_ptr<WebSocket> webSocket) {
+  webSocket->setDieHandler([this](WebSocket* w) { webSocketDidDie(w); });
+  std::lock_guard lock(webSocketsLock_);
+  webSockets_.push_back(std::move(webSocket));
+}
+
+void HTTPServer::webSocketDidDie(WebSocket* webSocket) {
+  std::shared_ptr<WebSocket> keep;  // released outside the lock
+  std::lock_guard lock(webSocketsLock_);
+  for (auto it = webSockets_.begin(); it != webSockets_.end(); ++it) {
+    if (it->get() == webSocket) {
+      keep = std::move(*it);
+      webSockets_.erase(it);
+      break;
+    }
+  }
+}
+
+std::size_t HTTPServer::numberOfWebSocketConnections() const {
+  std::lock_guard lock(webSocketsLock_);
+  return webSockets_.size();
+}
+
 void HTTPServer::stop(bool keepExistingConnections) {
   std::unique_lock lock(mutex_);
   if (!io_) return;
@@ -142,6 +165,11 @@ void HTTPServer::stop(bool keepExistingConnections) {
     std::lock_guard c(connectionsLock_);
     old.swap(connections_);
   }
+  std::vector<std::shared_ptr<WebSocket>> oldSockets;
+  {
+    std::lock_guard w(webSocketsLock_);
+    oldSockets.swap(webSockets_);
+  }
   asio::post(*serverQueue_, [this] {
     std::error_code ec;
     acceptor_->close(ec);
@@ -149,6 +177,7 @@ void HTTPServer::stop(bool keepExistingConnections) {
   });
   if (!keepExistingConnections) {
     for (auto& c : old) c->stop();
+    for (auto& w : oldSockets) w->stop();
   }
   // The I/O thread serves the connections to their end: stop it once they
   // have closed (kept ones too, with a bound on the wait).
@@ -160,6 +189,9 @@ void HTTPServer::stop(bool keepExistingConnections) {
     for (auto& c : old) {
       if (c.use_count() > 1) anyAlive = true;
     }
+    for (auto& w : oldSockets) {
+      if (w.use_count() > 1) anyAlive = true;
+    }
     if (!anyAlive) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
@@ -167,6 +199,7 @@ void HTTPServer::stop(bool keepExistingConnections) {
   io_->stop();
   if (ioThread_.joinable()) ioThread_.join();
   old.clear();
+  oldSockets.clear();
   acceptor_.reset();
   acceptPause_.reset();
   serverQueue_.reset();

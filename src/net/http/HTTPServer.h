@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "net/http/HTTPConnection.h"
+#include "net/http/WebSocket.h"
 #include "platform/Error.h"
 
 namespace harbor {
@@ -36,7 +37,9 @@ class HTTPServer {
   bool isRunning() const;
   std::uint16_t listeningPort() const;
   std::size_t numberOfHTTPConnections() const;
-  std::size_t numberOfWebSocketConnections() const { return 0; }
+  std::size_t numberOfWebSocketConnections() const;
+  // Keeps an upgraded connection until it ends (called by connections).
+  void addWebSocket(std::shared_ptr<WebSocket> webSocket);
   void republishBonjour();
 
   std::string documentRoot() const;
@@ -61,6 +64,7 @@ class HTTPServer {
   void startAccepting();
   void acceptedSocket(asio::ip::tcp::socket socket);
   void connectionDidDie(HTTPConnection* connection);
+  void webSocketDidDie(WebSocket* webSocket);
   void publishBonjour();
   void unpublishBonjour();
 
@@ -87,6 +91,8 @@ class HTTPServer {
 
   mutable std::mutex connectionsLock_;
   std::vector<std::shared_ptr<HTTPConnection>> connections_;
+  mutable std::mutex webSocketsLock_;
+  std::vector<std::shared_ptr<WebSocket>> webSockets_;
   std::unique_ptr<BonjourPublisher> bonjour_;
 };
 

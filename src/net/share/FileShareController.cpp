@@ -1,5 +1,6 @@
 #include "net/share/FileShareController.h"
 
+#include "platform/MainQueue.h"
 #include "platform/NotificationNames.h"
 #include "platform/Strings.h"
 #include "prefs/FileShareUtil.h"
@@ -11,6 +12,7 @@ FileShareController::FileShareController(std::shared_ptr<WiFiShare> httpServer)
 
 FileShareController::~FileShareController() {
   if (observer_) NotificationCenter::defaultCenter().removeObserver(observer_);
+  if (networkObserver_) NotificationCenter::defaultCenter().removeObserver(networkObserver_);
 }
 
 void FileShareController::viewDidLoad() {
@@ -20,6 +22,16 @@ void FileShareController::viewDidLoad() {
       notifications::FileShareChangeNotifiation, [this](const auto&) {
         loadPreferences();
         if (reloadData) reloadData();
+      });
+  // The address shown follows the network; the news comes on another thread.
+  std::weak_ptr<bool> alive = alive_;
+  networkObserver_ = NotificationCenter::defaultCenter().addObserver(
+      notifications::kNetworkReachabilityChangedNotification, [this, alive](const auto&) {
+        MainQueue::shared().post([this, alive] {
+          if (!alive.lock()) return;
+          loadPreferences();
+          if (reloadData) reloadData();
+        });
       });
 }
 

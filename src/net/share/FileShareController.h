@@ -47,6 +47,9 @@ class FileShareController {
   std::string title_;
   std::vector<Section> sectionArray_;
   NotificationCenter::Token observer_ = 0;
+  NotificationCenter::Token networkObserver_ = 0;
+  // Work posted to the main queue checks it, as the screen may be gone by then.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace harbor

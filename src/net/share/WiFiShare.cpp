@@ -5,6 +5,7 @@
 #include "filemanager/FileUtil.h"
 #include "filemanager/TempDirectoryUtil.h"
 #include "net/share/UHTTPConnection.h"
+#include "net/share/VipsThumbnail.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/Resources.h"
@@ -71,6 +72,8 @@ void WiFiShare::initHttpServer() {
         return std::make_shared<UHTTPConnection>(std::move(s), std::move(c));
       });
   removeAllDownloadItems();
+  // The list shows thumbnails of images.
+  VipsThumbnail::install();
 }
 
 bool WiFiShare::startHttpServer(Error* error) {
