@@ -88,7 +88,8 @@ void MhtFile::decodeContent(const std::string& archiveEncoding) {
     _binContent = MhtFormatParser::decodeQuotedPrintable(
         mht::encodeCharset(_content, archiveEncoding.empty() ? "UTF-8" : archiveEncoding, false));
   } else if (_encoding == kEncodingBase64) {
-    _binContent = MhtFormatParser::atob(_content);
+    // Usually decoded already while the archive was scanned.
+    if (!_content.empty()) _binContent = MhtFormatParser::atob(_content);
   } else {
     _binContent = toUtf8(_content);
     _charset = "UTF-8";

@@ -338,7 +338,9 @@ bool MhtFormatParser::findReturnCode() {
 }
 
 void MhtFormatParser::deleteEmptyFile() {
-  std::erase_if(_files, [](const std::shared_ptr<MhtFile>& f) { return f->_content.empty(); });
+  std::erase_if(_files, [](const std::shared_ptr<MhtFile>& f) {
+    return f->_content.empty() && f->_binContent.empty();
+  });
 }
 
 std::string MhtFormatParser::tempRootFolder() {
@@ -409,7 +411,9 @@ void MhtFormatParser::parserText(std::u16string_view part) {
   if (file->_encoding == MhtFile::kEncodingQuotedPrintable) {
     file->_content = removeAll(body, u"=" + _returnCode);
   } else if (file->_encoding == MhtFile::kEncodingBase64) {
-    file->_content = removeAll(body, _returnCode);
+    // Decoded straight from the archive's text (line ends are skipped): a
+    // copy of every image as UTF-16 would double the memory of a large page.
+    file->_binContent = atob(body);
   } else {
     file->_content = std::u16string(body);
   }
