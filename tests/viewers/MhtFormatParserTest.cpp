@@ -171,7 +171,8 @@ TEST_F(MhtTest, EveryFileLandsInsideTheArchiveFolder) {
   for (const std::string& loc :
        {std::string("../../x.png"), std::string("file:///etc/x.png"), std::string("C:\\x.png"),
         std::string("http://h.test/../../../../etc/y.png"), std::string("/etc/z.png"),
-        std::string("http://h.test/") + longName + ".png", std::string("..\\..\\w.png"),
+        std::string("http://h.test/") + longName + ".png",
+        std::string("http://h.test/") + longName + ".png?again", std::string("..\\..\\w.png"),
         std::string("http://h.test/%2e%2e/v.png"), std::string("http://h.test/a/..")}) {
     parts.push_back(
         {"Content-Type: image/png\nContent-Transfer-Encoding: base64\n"

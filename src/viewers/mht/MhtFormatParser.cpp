@@ -592,8 +592,11 @@ void MhtFormatParser::computeFolderPath(MhtFile& file,
   file._folderPath = folder;
 
   if (usedPaths.count(relativeKey(folder, file._fileName))) {
-    const std::string stem = FileUtil::getFileNameNoExtension(file._fileName);
+    std::string stem = FileUtil::getFileNameNoExtension(file._fileName);
     const std::string ext = FileUtil::getFileExtension(file._fileName);
+    // Room for " NNNNNNN" in a name already near the length limit.
+    const std::size_t room = 255 - 8 - (ext.empty() ? 0 : ext.size() + 1);
+    if (stem.size() > room) stem.resize(room);
     const std::string path = FileUtil::getCreateFileName(
         folder == "/" ? std::string() : folder.substr(1), stem, ext, usedPaths);
     file._fileName = FileUtil::getFileName(path);
