@@ -173,7 +173,8 @@ TEST_F(MhtTest, EveryFileLandsInsideTheArchiveFolder) {
         std::string("http://h.test/../../../../etc/y.png"), std::string("/etc/z.png"),
         std::string("http://h.test/") + longName + ".png",
         std::string("http://h.test/") + longName + ".png?again", std::string("..\\..\\w.png"),
-        std::string("http://h.test/%2e%2e/v.png"), std::string("http://h.test/a/..")}) {
+        std::string("http://h.test/%2e%2e/v.png"), std::string("http://h.test/a/.."),
+        std::string("http://h.test/nul\0name/a\0b.png", 30)}) {
     parts.push_back(
         {"Content-Type: image/png\nContent-Transfer-Encoding: base64\n"
          "Content-Location: " +
@@ -234,6 +235,18 @@ TEST_F(MhtTest, DamagedArchivesEndQuietly) {
   auto p = parse(damaged[3]);
   ASSERT_FALSE(rootPath.empty());
   EXPECT_EQ(readFile(rootPath), "<p>open");
+  // Bytes no charset decodes whole (a binary part) still leave the page.
+  std::string binary;
+  for (int i = 0; i < 256; ++i) binary += static_cast<char>(i);
+  auto bin =
+      parse(archive({{"Content-Type: text/html\nContent-Location: http://h.test/", "<p>page</p>"},
+                     {"Content-Type: image/png\nContent-Transfer-Encoding: binary\n"
+                      "Content-Location: http://h.test/b.png",
+                      binary}},
+                    "\r\n"));
+  ASSERT_FALSE(rootPath.empty());
+  EXPECT_EQ(readFile(rootPath), "<p>page</p>");
+  EXPECT_EQ(bin->encodingName(), "ISO-8859-1");
   auto qp = parse(damaged[7]);
   ASSERT_FALSE(rootPath.empty());
   EXPECT_EQ(readFile(rootPath), "abc=");

@@ -182,21 +182,25 @@ std::string MhtFormatParser::parser() {
   // charsets); such bytes read the same in every candidate, so skip detection.
   bool allAscii = true;
   for (unsigned char c : _data) {
-    if (c >= 0x80 || c == 0) {
+    if (c >= 0x80) {
       allAscii = false;
       break;
     }
   }
-  if (allAscii) {
-    std::u16string t(_data.begin(), _data.end());
-    _encodingName = "UTF-8";
-    setText(std::move(t));
-  } else {
-    std::string encoding;
-    auto decoded = DetectorCharacter::detectorWithData(_data, &encoding);
-    if (!decoded) return {};
+  std::string encoding;
+  std::optional<std::u16string> decoded;
+  if (!allAscii) decoded = DetectorCharacter::detectorWithData(_data, &encoding);
+  if (decoded) {
     _encodingName = encoding;
     setText(std::move(*decoded));
+  } else {
+    // ASCII, or bytes no charset takes whole (a NUL, a binary part): one
+    // character per byte keeps every part's bytes as they were.
+    _encodingName = allAscii ? "UTF-8" : "ISO-8859-1";
+    std::u16string t(_data.size(), u'\0');
+    std::transform(_data.begin(), _data.end(), t.begin(),
+                   [](char c) { return static_cast<char16_t>(static_cast<unsigned char>(c)); });
+    setText(std::move(t));
   }
   std::string().swap(_data);
   if (isCurrentThreadCancelled()) return {};
