@@ -702,7 +702,8 @@ std::map<std::string, std::u16string> MhtFormatParser::parseValue(std::u16string
       continue;
     }
     std::string name = toLower(ascii(trimBlanks(token.substr(0, eq))));
-    if (name.empty()) continue;
+    // "_" is the slot of the leading token, not a name a head may use.
+    if (name.empty() || name == "_") continue;
     std::u16string v = stripQuotes(token.substr(eq + 1));
     if (!raw.count(name)) order.push_back(name);
     raw[name] = std::move(v);
@@ -717,6 +718,7 @@ std::map<std::string, std::u16string> MhtFormatParser::parseValue(std::u16string
     const std::size_t star = k.find('*');
     if (star == std::string::npos || star == 0) continue;
     const std::string name = k.substr(0, star);
+    if (name == "_") continue;
     if (k == name + "*") {
       out[name] = decodeRFC2231(raw[k]);
       continue;
