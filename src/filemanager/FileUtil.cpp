@@ -346,6 +346,22 @@ std::string FileUtil::getCreateFileName(const std::string& folder, const std::st
   }
 }
 
+std::string FileUtil::getCreateFileName(const std::string& folder, const std::string& filename,
+                                        const std::string& extension,
+                                        const std::unordered_set<std::string>& files) {
+  const std::string suffix = extension.empty() ? std::string() : "." + extension;
+  auto join = [&](const std::string& name) {
+    return folder.empty() ? name : joinPath(folder, name);
+  };
+  auto taken = [&](const std::string& path) { return files.count(toLower(path)) > 0; };
+  std::string candidate = join(filename + suffix);
+  if (!taken(candidate)) return candidate;
+  for (unsigned long n = 2;; ++n) {
+    candidate = join(filename + " " + std::to_string(n) + suffix);
+    if (!taken(candidate)) return candidate;
+  }
+}
+
 std::string FileUtil::getCreateFolderName(const std::string& folder, const std::string& filename) {
   std::string candidate = joinPath(folder, filename);
   if (!entryExists(candidate)) return candidate;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/Error.h"
@@ -80,6 +81,11 @@ class FileUtil {
   // goes on with "report 2.tar.gz".
   static std::string getCreateFileName(const std::string& folder, const std::string& filename,
                                        const std::string& extension);
+  // The same rule against names not yet on disk: `files` holds the taken
+  // paths ("folder/name", lower case); the answer is "folder/free name".
+  static std::string getCreateFileName(const std::string& folder, const std::string& filename,
+                                       const std::string& extension,
+                                       const std::unordered_set<std::string>& files);
   // "data", "data 2"; "my.folder", "my 2.folder".
   static std::string getCreateFolderName(const std::string& folder, const std::string& filename);
   // The plain join when free; otherwise the folder rule when a folder is in

@@ -1,0 +1,64 @@
+// Web archives come from anywhere: the part scanner must end, and whatever a
+// head says, every unpacked file must land inside the archive's folder.
+#include <stdlib.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "ParserChecks.h"
+#include "viewers/mht/MhtFormatParser.h"
+
+namespace {
+
+char home[] = "/tmp/harbor-fuzz-mht-XXXXXX";
+
+void removeHome() {
+  std::error_code ec;
+  std::filesystem::remove_all(home, ec);
+}
+
+// The unpacked folders go to a private home, gone at exit.
+void setUpHome() {
+  static bool done = [] {
+    if (mkdtemp(home)) {
+      setenv("XDG_DATA_HOME", home, 1);
+      std::atexit(removeHome);
+    }
+    return true;
+  }();
+  (void)done;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  namespace fs = std::filesystem;
+  setUpHome();
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+
+  harbor::MhtFormatParser scan;
+  scan.setText(std::u16string(bytes.begin(), bytes.end()));
+  if (scan.findReturnCode()) scan.parserText();
+  for (const auto& f : scan.files()) {
+    CHECK(!f->_fileName.empty() && f->_fileName.size() <= 255);
+    CHECK(f->_fileName.find('/') == std::string::npos && f->_fileName != ".." &&
+          f->_fileName != ".");
+  }
+
+  auto parser = harbor::MhtFormatParser::instanceWithData(bytes);
+  const std::string root = parser->parser();
+  const std::string temp = parser->tempRootPath();
+  if (!root.empty()) {
+    const fs::path base = fs::canonical(temp);
+    for (const auto& f : parser->files()) {
+      std::error_code ec;
+      const fs::path full = fs::weakly_canonical(f->fullPath(), ec);
+      CHECK(full.string().rfind(base.string() + "/", 0) == 0);
+    }
+  }
+  std::error_code ec;
+  if (!temp.empty()) fs::remove_all(temp, ec);
+  return 0;
+}
