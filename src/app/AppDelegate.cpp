@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "app/GlobalConfig.h"
+#include "app/HarborFileManagerController.h"
 #include "cloud/CloudProvider.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileManagerUtil.h"
@@ -31,7 +32,13 @@ void AppDelegate::initAction() {
     };
   }
   std::shared_ptr<ViewController> browser;
-  if (auto& make = ApplicationServices::shared().fileManagerController) browser = make();
+  if (auto& make = ApplicationServices::shared().fileManagerController) {
+    browser = make();
+  } else {
+    auto root = HarborFileManagerController::createRoot();
+    root->viewDidLoad();
+    browser = root;
+  }
   fileManagerNavController = std::make_shared<NavigationController>(browser);
   _rootViewController = fileManagerNavController;
   setWindowDidFinishLaunchingRootViewController();

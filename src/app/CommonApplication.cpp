@@ -222,6 +222,7 @@ void CommonApplication::setWindowRootViewControllerOnMainThread(
   }
   if (!window_) createWindow();
   window_->rootViewController = root;
+  ScreenPort::shared()->rootChanged(root);
   // A quick action waits until the normal root shows, never behind the lock.
   if (root && root == _rootViewController) handerShortCutItem();
 }

@@ -10,10 +10,17 @@
 #include <string>
 
 #include "app/ApplicationServices.h"
-#include "app/ViewController.h"
+#include "platform/ScreenPort.h"
 #include "platform/NotificationCenter.h"
 
 namespace harbor {
+
+class MyWindow {
+ public:
+  std::shared_ptr<ViewController> rootViewController;
+  bool isKeyAndVisible = false;
+  void makeKeyAndVisible() { isKeyAndVisible = true; }
+};
 
 class OperationQueue;
 
