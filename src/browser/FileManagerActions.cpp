@@ -336,24 +336,27 @@ void FileManagerController::zipFiles(const std::string& formatIn, const std::str
     const std::string work = hiddenWorkFolder(_folderPath);
     const std::string archivePath = work + "/" + name + "." + format;
     auto writer = ArchiveFactory::createZipFactory(selection, this, archivePath, options);
-    cancelled = isCurrentThreadCancelled() ||
-                (writer && writer->error() && writer->error()->code == kArchiveErrorCancelled);
+    std::optional<Error> error = writer ? writer->error() : std::optional<Error>();
+    std::vector<std::string> messages = writer ? writer->zipMsg() : std::vector<std::string>{};
+    // The writer puts the archive under its name only as it closes.
+    writer.reset();
+    cancelled = isCurrentThreadCancelled() || (error && error->code == kArchiveErrorCancelled);
     if (!cancelled) {
-      if (!writer || (writer->error() && writer->error()->code != kArchiveErrorCancelled) ||
-          !exists(archivePath)) {
-        alertMsg("Failure", writer && writer->error() ? writer->error()->message
-                                                      : localizedString("Failure"));
+      if (!exists(archivePath)) {
+        std::string why = error && !error->message.empty() ? error->message
+                          : !messages.empty()               ? messages.front()
+                                                            : localizedString("Failure");
+        alertMsg("Failure", why);
       } else {
         std::string target = FileUtil::getCreateFileName(_folderPath, name, format);
-        if (auto error = moveNoReplace(archivePath, target)) {
-          alertMsg("Failure", error->message);
+        if (auto moved = moveNoReplace(archivePath, target)) {
+          alertMsg("Failure", moved->message);
         } else {
           made = target;
           scrollToValue = target;
         }
       }
     }
-    writer.reset();
     FileUtil::deleteFile(work);
   }
   runOnMain([this, cancelled, made] {

@@ -372,11 +372,10 @@ std::shared_ptr<FileManagerBaseController> FileManagerBaseController::createFile
 }
 
 void FileManagerBaseController::pushController(std::shared_ptr<ViewController> controller) {
-  if (auto browser = std::dynamic_pointer_cast<FileManagerBaseController>(controller)) {
-    if (!browser->_port) browser->_port = _port;
-    browser->viewDidLoad();
-  }
+  auto browser = std::dynamic_pointer_cast<FileManagerBaseController>(controller);
+  if (browser && !browser->_port) browser->_port = _port;
   port().push(std::move(controller));
+  if (browser) browser->viewDidLoad();
 }
 
 // ---- password round ---------------------------------------------------------------
