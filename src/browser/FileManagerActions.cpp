@@ -426,20 +426,31 @@ std::optional<std::string> FileManagerController::askArchivePassword() {
 
 void FileManagerController::initCheckPassword() {
   auto root = archiveDelegate->rootEntry();
-  if (!root || !root->children().empty() || !archiveDelegate->isEncryptedFileName()) return;
-  // Encrypted names list nothing until the password is right.
+  if (!root) return;
+  // Encrypted names list nothing, and a reader that opens entries as it
+  // lists stops at the first locked one, until the password is right.
+  auto needsPassword = [&] {
+    return archiveDelegate->isPasswordFailure() ||
+           (root->children().empty() && archiveDelegate->isEncryptedFileName());
+  };
+  _passwordAbandoned = false;
+  if (!needsPassword()) return;
   while (!isCurrentThreadCancelled()) {
     auto password = askArchivePassword();
-    if (!password) return;
+    if (!password) break;
     root->clear();
     archiveDelegate->setPassword(*password);
     archiveDelegate->listFiles();
-    if (!root->children().empty()) {
+    if (!needsPassword() && !root->children().empty()) {
       correctPwd = *password;
       _password = *password;
       return;
     }
+    alertMsg("PasswordIsError", localizedString("PasswordIsError"));
   }
+  // Given up: nothing of a half listing may be extracted.
+  _passwordAbandoned = true;
+  root->clear();
 }
 
 void FileManagerController::loadArchiveFileURL(const std::string& path) {
@@ -452,7 +463,8 @@ void FileManagerController::loadArchiveFileURL(const std::string& path) {
   readArchive();
   if (!isCurrentThreadCancelled()) initCheckPassword();
   if (isCurrentThreadCancelled() || archiveDelegate->rootEntry()->children().empty()) {
-    if (auto error = archiveDelegate->archiveError(); error && error->code != kArchiveErrorCancelled)
+    if (auto error = archiveDelegate->archiveError();
+        error && error->code != kArchiveErrorCancelled && !_passwordAbandoned)
       alertMsg("Failure", error->message);
     archiveDelegate.reset();
     unzipDestination.clear();

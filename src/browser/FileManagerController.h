@@ -182,6 +182,7 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   std::vector<ZipEntry::Ptr> _extractEntries;
   std::string _archiveFormat = "zip";
   bool _retryPassword = false;
+  bool _passwordAbandoned = false;
   int _failures = 0;
 };
 

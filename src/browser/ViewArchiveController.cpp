@@ -35,6 +35,7 @@ bool ViewArchiveController::isRootScreen() const {
 std::string ViewArchiveController::fullRelativePath() const {
   std::string relative = FileUtil::getDocumentRelativePath(_session->archivePath);
   if (_entry && !_entry->isRootEntry()) relative += "/" + _entry->path();
+  while (relative.size() > 1 && relative.back() == '/') relative.pop_back();
   return relative;
 }
 
@@ -73,7 +74,7 @@ void ViewArchiveController::loadArchive() {
           if (!isCurrentThreadCancelled()) initCheckPassword();
           session->password = correctPwd;
           if (auto error = archiveDelegate->archiveError();
-              error && error->code != kArchiveErrorCancelled &&
+              error && error->code != kArchiveErrorCancelled && !_passwordAbandoned &&
               archiveDelegate->rootEntry()->children().empty())
             alertMsg("Failure", error->message);
         }
