@@ -396,8 +396,18 @@ void FileManagerController::browserArchiveFile(const std::string& path) {
   pushController(viewer);
 }
 
+namespace {
+FileManagerController::ReaderMaker& readerMaker() {
+  static FileManagerController::ReaderMaker maker;
+  return maker;
+}
+}  // namespace
+
+void FileManagerController::setReaderMaker(ReaderMaker maker) { readerMaker() = std::move(maker); }
+
 void FileManagerController::archive(const std::string& path) {
-  std::shared_ptr<IArchive> reader = ArchiveFactory::createReader(path);
+  std::shared_ptr<IArchive> reader =
+      readerMaker() ? readerMaker()(path) : std::shared_ptr<IArchive>(ArchiveFactory::createReader(path));
   if (reader) {
     reader->setFileEncoding(static_cast<std::uint64_t>(EncodingUtil::getCurrentFileEncoding(path)));
     reader->setActionDelegate(this);

@@ -103,12 +103,15 @@ const FilePresenter& FileManagerBaseController::filePresenter() const {
 std::string FileManagerBaseController::fullFolderPath() const { return _folderPath; }
 
 std::string FileManagerBaseController::fullRelativePath() const {
+  // A folder outside the documents (an archive member's temporary home) is
+  // named in full, never taken for the root.
+  if (!isPathAtOrBelow(_folderPath, FileUtil::documentDirectory())) return _folderPath;
   std::string relative = FileUtil::getDocumentRelativePath(_folderPath);
   return relative.empty() ? "/" : relative;
 }
 
 bool FileManagerBaseController::isRoot() const {
-  return isSameDirectory(FileUtil::getDocumentRelativePath(_folderPath), "/");
+  return fullRelativePath() == "/";
 }
 
 void FileManagerBaseController::configureSections() { filePresenter().configureSections(); }
@@ -122,10 +125,15 @@ void FileManagerBaseController::reloadData() {
     });
     return;
   }
+  // A listing can announce itself to a parent that reloads in turn; one
+  // reload at a time per screen keeps that from coming back here.
+  if (_reloading) return;
+  _reloading = true;
   isDirectoryChange = false;
   configureSections();
   setToolbarItems();
   scrollToTableViewCell();
+  _reloading = false;
 }
 
 void FileManagerBaseController::scrollToTableViewCell() {
@@ -280,16 +288,9 @@ void FileManagerBaseController::handCellItem(const std::string& path) {
   if (at == all.end()) return;
   const int row = static_cast<int>(at - all.begin());
   auto& rows = selectedRows();
-  if (!_beginSelectedIndex) {
-    _beginSelectedIndex = row;
-    if (!isSelected(path)) rows.push_back(path);
-    setToolbarItems();
-    return;
-  }
-  if (*_beginSelectedIndex == row) {
-    std::erase(rows, path);
-    _beginSelectedIndex.reset();
-    setToolbarItems();
+  // The first mark only anchors the range; the second decides it.
+  if (!_beginSelectedIndex || *_beginSelectedIndex == row) {
+    _beginSelectedIndex = _beginSelectedIndex ? std::nullopt : std::optional<int>(row);
     return;
   }
   _endSelectedIndex = row;

@@ -219,6 +219,7 @@ class FileManagerBaseController : public ViewController,
   std::string _searchText;
   bool _isSearching = false;
   bool _loaded = false;
+  bool _reloading = false;
 
   // Workers outlive a screen that goes while they run: they hold this.
   struct Workers {

@@ -138,6 +138,10 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   void setCancelAfter(std::optional<std::uint64_t> units) { _cancelAfter = units; }
   const std::string& lastStatus() const { return _lastStatus; }
 
+  // Makes the reader of an archive; tests put in their own.
+  using ReaderMaker = std::function<std::shared_ptr<IArchive>(const std::string& path)>;
+  static void setReaderMaker(ReaderMaker maker);
+
   // The extraction in progress.
   std::shared_ptr<IArchive> archiveDelegate;
   std::string _destination;
