@@ -206,9 +206,12 @@ int benchmark(const Options& opts, const fs::path& work) {
   for (int r = 0; r < opts.runs; ++r) {
     clean(root / "dst" / "src");
     harbor::TransferClipboard::saveCopySystemPath(std::vector<std::string>{src.string()}, true);
-    paste.ours = std::min(paste.ours, ours(*dst, [&] { dst->pasteFile(); }, paste.stall));
+    paste.ours = std::min(paste.ours, ours(
+                                          *dst, [&] { dst->pasteFile(); }, paste.stall));
     clean(peers / "src");
-    paste.peer = std::min(paste.peer, timed([&] { run({"cp", "-r", src.string(), peers.string()}); }));
+    paste.peer = std::min(paste.peer, timed([&] {
+                            run({"cp", "-r", src.string(), peers.string()});
+                          }));
   }
   row("paste", paste, 1.5);
 
@@ -217,7 +220,8 @@ int benchmark(const Options& opts, const fs::path& work) {
   for (int r = 0; r < opts.runs; ++r) {
     if (!fs::exists(root / "dst" / "src")) run({"cp", "-r", src.string(), (root / "dst").string()});
     dst->selectedRows().assign(1, (root / "dst" / "src").string());
-    del.ours = std::min(del.ours, ours(*dst, [&] { dst->deleteItems(); }, del.stall));
+    del.ours = std::min(del.ours, ours(
+                                      *dst, [&] { dst->deleteItems(); }, del.stall));
     if (!fs::exists(peers / "src")) run({"cp", "-r", src.string(), peers.string()});
     del.peer = std::min(del.peer, timed([&] { run({"rm", "-rf", (peers / "src").string()}); }));
   }
@@ -228,7 +232,8 @@ int benchmark(const Options& opts, const fs::path& work) {
   for (int r = 0; r < opts.runs; ++r) {
     clean(root / "src.zip");
     top->selectedRows().assign(1, src.string());
-    zip.ours = std::min(zip.ours, ours(*top, [&] { top->compressFile("zip", false); }, zip.stall));
+    zip.ours = std::min(zip.ours, ours(
+                                      *top, [&] { top->compressFile("zip", false); }, zip.stall));
     clean(peers / "src.zip");
     zip.peer = std::min(zip.peer, timed([&] {
                           run({"zip", "-qr", (peers / "src.zip").string(), "src"}, root.string());
@@ -240,13 +245,15 @@ int benchmark(const Options& opts, const fs::path& work) {
   Result unzip;
   for (int r = 0; r < opts.runs; ++r) {
     clean(root / "src 2");
-    unzip.ours = std::min(
-        unzip.ours, ours(*top, [&] { top->decompressFile((root / "src.zip").string()); }, unzip.stall));
+    unzip.ours =
+        std::min(unzip.ours,
+                 ours(
+                     *top, [&] { top->decompressFile((root / "src.zip").string()); }, unzip.stall));
     clean(peers / "out");
-    unzip.peer = std::min(unzip.peer, timed([&] {
-                            run({"unzip", "-q", (root / "src.zip").string(), "-d",
-                                 (peers / "out").string()});
-                          }));
+    unzip.peer = std::min(
+        unzip.peer, timed([&] {
+          run({"unzip", "-q", (root / "src.zip").string(), "-d", (peers / "out").string()});
+        }));
   }
   if (!fs::exists(root / "src 2" / "big.bin")) std::printf("  (extraction did not complete)\n");
   row("extract", unzip, 1.2);

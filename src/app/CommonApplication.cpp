@@ -5,9 +5,6 @@
 #include <system_error>
 
 #include "app/GlobalConfig.h"
-#include "prefs/AppUserDefaultUtils.h"
-#include "prefs/FileShareUtil.h"
-#include "prefs/SystemUtils.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"
@@ -16,6 +13,9 @@
 #include "platform/NotificationNames.h"
 #include "platform/OperationQueue.h"
 #include "platform/Strings.h"
+#include "prefs/AppUserDefaultUtils.h"
+#include "prefs/FileShareUtil.h"
+#include "prefs/SystemUtils.h"
 
 namespace harbor {
 namespace fs = std::filesystem;

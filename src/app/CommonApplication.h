@@ -10,8 +10,8 @@
 #include <string>
 
 #include "app/ApplicationServices.h"
-#include "platform/ScreenPort.h"
 #include "platform/NotificationCenter.h"
+#include "platform/ScreenPort.h"
 
 namespace harbor {
 

@@ -56,7 +56,9 @@ std::string hiddenWorkFolder(const std::string& destination) {
   return folder;
 }
 
-void runOnMain(std::function<void()> work) { MainQueue::shared().postAndWait(std::move(work)); }
+void runOnMain(std::function<void()> work) {
+  MainQueue::shared().postAndWait(std::move(work));
+}
 
 }  // namespace
 
@@ -135,8 +137,8 @@ bool FileManagerController::isCanReplae(const std::string& path, const std::stri
 
 void FileManagerController::pasteSingle() {
   bool isCopy = false;
-  std::vector<std::string> paths = TransferClipboard::getCopySystemPath(isCopy).value_or(
-      std::vector<std::string>{});
+  std::vector<std::string> paths =
+      TransferClipboard::getCopySystemPath(isCopy).value_or(std::vector<std::string>{});
   setTotalSizeWithNum(isCopy ? FileUtil::getFileSizeFiles(paths) : paths.size());
   for (const auto& path : paths) {
     std::string target = _folderPath + "/" + FileUtil::getFileName(path);
@@ -262,7 +264,8 @@ void FileManagerController::deleteThread() {
     flat.push_back({path, folder});
     if (!folder) continue;
     std::error_code ec;
-    for (fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, ec),
+    for (fs::recursive_directory_iterator
+             it(path, fs::directory_options::skip_permission_denied, ec),
          end;
          !ec && it != end; it.increment(ec)) {
       flat.push_back({it->path().string(), !it->is_symlink() && it->is_directory()});
@@ -309,9 +312,9 @@ std::string FileManagerController::getDefaultZipName() const {
 void FileManagerController::compressFile(const std::string& format, bool withPassword) {
   _archiveFormat = format;
   if (!withPassword) return compressFileThread({}, {});
-  ScreenAlert alert = makeAlert(kTagCompressNamePassword, "Compress files", {}, {"Cancel", "OK"},
-                                {{localizedString("Name"), getDefaultZipName()},
-                                 {localizedString("Password"), ""}});
+  ScreenAlert alert = makeAlert(
+      kTagCompressNamePassword, "Compress files", {}, {"Cancel", "OK"},
+      {{localizedString("Name"), getDefaultZipName()}, {localizedString("Password"), ""}});
   std::weak_ptr<FileManagerBaseController> weak = weak_from_this();
   port().showAlert(alert, [weak](int button, const std::vector<std::string>& fields) {
     auto self = std::static_pointer_cast<FileManagerController>(weak.lock());
@@ -337,8 +340,8 @@ void FileManagerController::zipFiles(const std::string& formatIn, const std::str
   bool cancelled = false;
   std::string made;
   if (!selection.empty()) {
-    std::string name = dialogName.empty() ? FileUtil::getFileNameNoExtension(selection.front())
-                                          : dialogName;
+    std::string name =
+        dialogName.empty() ? FileUtil::getFileNameNoExtension(selection.front()) : dialogName;
     ZipPropertyOptions options;
     options.password = password;
     updateTitle(localizedString("Compressing") + " " + name);
@@ -355,8 +358,8 @@ void FileManagerController::zipFiles(const std::string& formatIn, const std::str
     if (!cancelled) {
       if (!exists(archivePath)) {
         std::string why = error && !error->message.empty() ? error->message
-                          : !messages.empty()               ? messages.front()
-                                                            : localizedString("Failure");
+                          : !messages.empty()              ? messages.front()
+                                                           : localizedString("Failure");
         alertMsg("Failure", why);
       } else {
         std::string target = FileUtil::getCreateFileName(_folderPath, name, format);
@@ -374,9 +377,8 @@ void FileManagerController::zipFiles(const std::string& formatIn, const std::str
     setEditing(false);
     port().setBusy(false);
     if (!cancelled) {
-      addToSearchResultOrReload(made.empty() ? std::vector<std::string>{}
-                                             : std::vector<std::string>{made},
-                                {});
+      addToSearchResultOrReload(
+          made.empty() ? std::vector<std::string>{} : std::vector<std::string>{made}, {});
       if (!made.empty()) alertMsg("ZipSucceefully");
     } else {
       reloadData();
@@ -414,11 +416,14 @@ FileManagerController::ReaderMaker& readerMaker() {
 }
 }  // namespace
 
-void FileManagerController::setReaderMaker(ReaderMaker maker) { readerMaker() = std::move(maker); }
+void FileManagerController::setReaderMaker(ReaderMaker maker) {
+  readerMaker() = std::move(maker);
+}
 
 void FileManagerController::archive(const std::string& path) {
   std::shared_ptr<IArchive> reader =
-      readerMaker() ? readerMaker()(path) : std::shared_ptr<IArchive>(ArchiveFactory::createReader(path));
+      readerMaker() ? readerMaker()(path)
+                    : std::shared_ptr<IArchive>(ArchiveFactory::createReader(path));
   if (reader) {
     reader->setFileEncoding(static_cast<std::uint64_t>(EncodingUtil::getCurrentFileEncoding(path)));
     reader->setActionDelegate(this);
@@ -436,9 +441,9 @@ void FileManagerController::readArchive() {
 
 std::optional<std::string> FileManagerController::askArchivePassword() {
   std::string name = archiveDelegate ? FileUtil::getFileName(archiveDelegate->filePath()) : "";
-  ScreenAlert alert = makeAlert(kTagArchivePassword, "Password",
-                                "'" + name + "' " + localizedString("Password"), {"Cancel", "OK"},
-                                {{localizedString("Password"), ""}});
+  ScreenAlert alert =
+      makeAlert(kTagArchivePassword, "Password", "'" + name + "' " + localizedString("Password"),
+                {"Cancel", "OK"}, {{localizedString("Password"), ""}});
   ScreenPort::Answer answer = ScreenPort::askAndWait(port(), alert);
   if (answer.button != 1 || answer.fields.empty() || answer.fields.front().empty())
     return std::nullopt;
@@ -585,7 +590,8 @@ void FileManagerController::unzipThread(const std::vector<ZipEntry::Ptr>& entrie
 }
 
 std::string FileManagerController::getZipEntryName(const ZipEntry& entry) const {
-  if (!entry.isRootEntry() || !archiveDelegate) return FileUtil::getFileNameNoExtension(entry.name());
+  if (!entry.isRootEntry() || !archiveDelegate)
+    return FileUtil::getFileNameNoExtension(entry.name());
   std::string path = archiveDelegate->filePath();
   std::string name = FileUtil::getFileNameNoExtension(path);
   if (USupportFile::lowerExtension(path) == "rar") {
@@ -643,11 +649,14 @@ void FileManagerController::unzipFinished() {
   unzipDestination.clear();
   std::string shown = scrollToValue;
   runOnMain([this, shown] {
-    if (!shown.empty()) addToSearchResultOrReload({shown}, {});
-    else reloadData();
+    if (!shown.empty())
+      addToSearchResultOrReload({shown}, {});
+    else
+      reloadData();
   });
   if (!shown.empty())
-    NotificationCenter::defaultCenter().post(notifications::ExtractFilesFinishedNotification, shown);
+    NotificationCenter::defaultCenter().post(notifications::ExtractFilesFinishedNotification,
+                                             shown);
 }
 
 // ---- create and rename -------------------------------------------------------------------

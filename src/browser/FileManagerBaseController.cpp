@@ -48,7 +48,9 @@ FileManagerBaseController::~FileManagerBaseController() {
   if (_docWatcher) _docWatcher->invalidate();
 }
 
-IScreenPort& FileManagerBaseController::port() const { return *portPointer(); }
+IScreenPort& FileManagerBaseController::port() const {
+  return *portPointer();
+}
 
 std::shared_ptr<IScreenPort> FileManagerBaseController::portPointer() const {
   return _port ? _port : ScreenPort::shared();
@@ -67,14 +69,15 @@ void FileManagerBaseController::viewDidLoad() {
   loadWatcher();
   std::weak_ptr<FileManagerBaseController> weak = weak_from_this();
   auto& center = NotificationCenter::defaultCenter();
-  _observers.push_back(center.addObserver(
-      notifications::HBFileDirectoryChangeToParentNotification, [weak](const auto& n) {
-        if (auto self = weak.lock()) self->subDirectoryChange(n);
-      }));
-  _observers.push_back(center.addObserver(
-      notifications::HBFileDirectoryCurrentChangetNotification, [weak](const auto& n) {
-        if (auto self = weak.lock()) self->directoryChange(n);
-      }));
+  _observers.push_back(center.addObserver(notifications::HBFileDirectoryChangeToParentNotification,
+                                          [weak](const auto& n) {
+                                            if (auto self = weak.lock())
+                                              self->subDirectoryChange(n);
+                                          }));
+  _observers.push_back(center.addObserver(notifications::HBFileDirectoryCurrentChangetNotification,
+                                          [weak](const auto& n) {
+                                            if (auto self = weak.lock()) self->directoryChange(n);
+                                          }));
 }
 
 void FileManagerBaseController::viewWillAppear() {
@@ -100,7 +103,9 @@ const FilePresenter& FileManagerBaseController::filePresenter() const {
   return const_cast<FileManagerBaseController*>(this)->filePresenter();
 }
 
-std::string FileManagerBaseController::fullFolderPath() const { return _folderPath; }
+std::string FileManagerBaseController::fullFolderPath() const {
+  return _folderPath;
+}
 
 std::string FileManagerBaseController::fullRelativePath() const {
   // A folder outside the documents (an archive member's temporary home) is
@@ -114,7 +119,9 @@ bool FileManagerBaseController::isRoot() const {
   return fullRelativePath() == "/";
 }
 
-void FileManagerBaseController::configureSections() { filePresenter().configureSections(); }
+void FileManagerBaseController::configureSections() {
+  filePresenter().configureSections();
+}
 
 void FileManagerBaseController::reloadData() {
   MainQueue& main = MainQueue::shared();
@@ -210,7 +217,8 @@ void FileManagerBaseController::restoreSearchState(bool restore) {
 // ---- title and order ---------------------------------------------------------------
 
 void FileManagerBaseController::setCurrentTitle(std::optional<std::uint64_t> count) {
-  std::string name = isRoot() ? localizedString("FileExplorer") : FileUtil::getFileName(_folderPath);
+  std::string name =
+      isRoot() ? localizedString("FileExplorer") : FileUtil::getFileName(_folderPath);
   if (count) name += "(" + std::to_string(*count) + ")";
   _title = name;
   port().setTitle(_title);
@@ -269,7 +277,9 @@ bool FileManagerBaseController::isSelected(const std::string& path) const {
   return std::find(rows.begin(), rows.end(), path) != rows.end();
 }
 
-void FileManagerBaseController::clearSelection() { selectedRows().clear(); }
+void FileManagerBaseController::clearSelection() {
+  selectedRows().clear();
+}
 
 void FileManagerBaseController::setEditing(bool editing) {
   _editing = editing;
@@ -406,9 +416,9 @@ std::string FileManagerBaseController::getAlertRelativePath(const std::string& p
 }
 
 void FileManagerBaseController::openCheckPasswordAlert(const std::string& path, int tag) {
-  ScreenAlert alert = makeAlert(tag, "Password",
-                                "'" + getAlertRelativePath(path) + "' " + localizedString("Password"),
-                                {"Cancel", "OK"}, {{localizedString("Password"), ""}});
+  ScreenAlert alert = makeAlert(
+      tag, "Password", "'" + getAlertRelativePath(path) + "' " + localizedString("Password"),
+      {"Cancel", "OK"}, {{localizedString("Password"), ""}});
   std::weak_ptr<FileManagerBaseController> weak = weak_from_this();
   port().showAlert(alert, [weak, tag](int button, const std::vector<std::string>& fields) {
     if (auto self = weak.lock())
@@ -425,8 +435,8 @@ void FileManagerBaseController::passwordAnswered(int tag, int button, const std:
   }
   const std::string path = locked.front();
   if (!FileManagerUtil::isSamePasswordFile(path, password)) {
-    alertMsg("PasswordIsError",
-             "'" + FileUtil::getDocumentRelativePath(path) + "' " + localizedString("PasswordIsError"));
+    alertMsg("PasswordIsError", "'" + FileUtil::getDocumentRelativePath(path) + "' " +
+                                    localizedString("PasswordIsError"));
     locked.clear();
     if (tag == kTagOpen) clearSelection();
     return;
@@ -482,7 +492,8 @@ void FileManagerBaseController::addToSearchResultOrReload(const std::vector<std:
     // "SELF CONTAINS[cd]": the name holds the text, ignoring case.
     const std::string needle = toLower(std::string_view(_searchText));
     for (const auto& path : added) {
-      if (toLower(std::string_view(FileUtil::getFileName(path))).find(needle) != std::string::npos &&
+      if (toLower(std::string_view(FileUtil::getFileName(path))).find(needle) !=
+              std::string::npos &&
           std::find(hits.begin(), hits.end(), path) == hits.end())
         hits.push_back(path);
     }
@@ -550,12 +561,14 @@ void FileManagerBaseController::cancelThread() {
   _workers->current.cancel();
 }
 
-bool FileManagerBaseController::isWorkerCancelled() const { return isCurrentThreadCancelled(); }
+bool FileManagerBaseController::isWorkerCancelled() const {
+  return isCurrentThreadCancelled();
+}
 
 bool FileManagerBaseController::waitForWorker(std::function<bool()> stopWhen) {
   MainQueue& main = MainQueue::shared();
-  bool done = main.runUntil(
-      [&] { return !isWorking() || (stopWhen && stopWhen()); }, std::chrono::hours(1));
+  bool done = main.runUntil([&] { return !isWorking() || (stopWhen && stopWhen()); },
+                            std::chrono::hours(1));
   main.runPending();
   return done;
 }

@@ -78,7 +78,8 @@ std::vector<std::string> FileManagerController::loadPreviewFilesFilter(const Ext
   for (const auto& path : items()) {
     if (FileUtil::isDirectoryFilePath(path)) continue;
     const bool listed = filter.count(USupportFile::lowerExtension(path)) > 0;
-    if (listed == isContainsInHash) found.push_back(isFullPath ? path : FileUtil::getFileName(path));
+    if (listed == isContainsInHash)
+      found.push_back(isFullPath ? path : FileUtil::getFileName(path));
   }
   return found;
 }
@@ -120,14 +121,16 @@ void FileManagerController::loadFilePath(const std::string& path, bool isBookMar
   };
   if (USupportFile::isSystemPreviewExtension(ext)) {
     if (isLoadFromServer) return open(ScreenRoute::Image, {path});
-    return open(ScreenRoute::Image, loadPreviewFilesFilter(USupportFile::imageExtension(), true, true));
+    return open(ScreenRoute::Image,
+                loadPreviewFilesFilter(USupportFile::imageExtension(), true, true));
   }
   if (USupportFile::isMusicMediaExtension(ext))
     return open(isSupportPlayList() ? ScreenRoute::Music : ScreenRoute::Media, {path});
   if (USupportFile::isSysMusicMediaExtension(ext)) return open(ScreenRoute::Media, {path});
   if (USupportFile::isMoveMediaWithExtension(ext)) {
     if (isLoadFromServer) return open(ScreenRoute::Media, {path});
-    return open(ScreenRoute::Media, loadPreviewFilesFilter(USupportFile::movieExtension(), true, true));
+    return open(ScreenRoute::Media,
+                loadPreviewFilesFilter(USupportFile::movieExtension(), true, true));
   }
   if (USupportFile::isArchiveWithExteinsion(ext)) {
     selectedRows().assign(1, path);
@@ -173,8 +176,8 @@ std::vector<ToolbarItem> FileManagerController::createToolbarItems(bool editing)
   } else {
     bar.push_back({"ADDFILE_ITEM", "CreateFolder", enabled, 0});
     bar.push_back({"ACTION_ITEM_NOEDIT", "Options", enabled, 0});
-    bar.push_back({"ORDER_ITEM", isOrderAsc() ? "Ascending" : "Descending", enabled,
-                   _orderButtonTag});
+    bar.push_back(
+        {"ORDER_ITEM", isOrderAsc() ? "Ascending" : "Descending", enabled, _orderButtonTag});
   }
   bar.push_back({"PASTE_ITEM", "Paste", enabled && isCanPaste(), 0});
   return bar;
@@ -226,7 +229,8 @@ std::vector<std::string> FileManagerController::actionSheetRows() const {
   rows.push_back("Rename");
   if (!_editing) rows.push_back("Delete");
   if (!isCanUnZip()) {
-    rows.insert(rows.end(), {"Zip", "Password protected zip", "7z Archive", "Password protected 7z"});
+    rows.insert(rows.end(),
+                {"Zip", "Password protected zip", "7z Archive", "Password protected 7z"});
   }
   if (isCanOpenIn() && port().supportsRoute(ScreenRoute::HandOver)) rows.push_back("Open In...");
   if (const_cast<FileManagerController*>(this)->selectedRows().size() == 1)
@@ -268,7 +272,8 @@ void FileManagerController::alertActionSheetNoEdit() {
 }
 
 void FileManagerController::alertIsUnzip() {
-  showSheetAndHandle(makeSheet(kTagArchiveSheet, {"Extract", "Extract As...", "View File", "Cancel"}));
+  showSheetAndHandle(
+      makeSheet(kTagArchiveSheet, {"Extract", "Extract As...", "View File", "Cancel"}));
 }
 
 void FileManagerController::alertAddFile() {
@@ -292,10 +297,17 @@ void FileManagerController::holdItem(const std::string& path) {
 bool FileManagerController::sheetChosen(int tag, const std::string& entry) {
   std::vector<std::string> offered;
   switch (tag) {
-    case kTagSheet: offered = actionSheetRows(); break;
-    case kTagSheetNoEdit: offered = actionSheetNoEditRows(); break;
-    case kTagArchiveSheet: offered = {"Extract", "Extract As...", "View File", "Cancel"}; break;
-    default: return false;
+    case kTagSheet:
+      offered = actionSheetRows();
+      break;
+    case kTagSheetNoEdit:
+      offered = actionSheetNoEditRows();
+      break;
+    case kTagArchiveSheet:
+      offered = {"Extract", "Extract As...", "View File", "Cancel"};
+      break;
+    default:
+      return false;
   }
   if (std::find(offered.begin(), offered.end(), entry) == offered.end()) return false;
   if (entry == "Cancel") return true;
@@ -328,7 +340,8 @@ bool FileManagerController::sheetChosen(int tag, const std::string& entry) {
     std::uint64_t size = FileUtil::folderSize(path, count);
     alertMsg("Property", FileUtil::getFileName(path) + " " + FileUtil::formatSize(size));
   } else if (entry == "Show items as list" || entry == "Show items as icons") {
-    _showItemstype = entry == "Show items as list" ? FilePresenter::kShowList : FilePresenter::kShowIcons;
+    _showItemstype =
+        entry == "Show items as list" ? FilePresenter::kShowList : FilePresenter::kShowIcons;
     filePresenter().setShowItemstype(_showItemstype);
     reloadData();
   } else if (entry == "Extract") {
@@ -353,16 +366,26 @@ bool FileManagerController::sheetChosen(int tag, const std::string& entry) {
 
 void FileManagerController::performTagAction(int tag) {
   switch (tag) {
-    case kTagRename: return openRenameController();
-    case kTagCompress: return compressFile(_archiveFormat, false);
-    case kTagCompressPassword: return compressFile(_archiveFormat, true);
-    case kTagCopyTo: return moveToFolder(1);
-    case kTagCutTo: return moveToFolder(2);
-    case kTagCopy: return copySingle();
-    case kTagCut: return cutSingle();
-    case kTagPaste: return pasteAction();
-    case kTagDelete: return deleteAction();
-    default: return FileManagerBaseController::performTagAction(tag);
+    case kTagRename:
+      return openRenameController();
+    case kTagCompress:
+      return compressFile(_archiveFormat, false);
+    case kTagCompressPassword:
+      return compressFile(_archiveFormat, true);
+    case kTagCopyTo:
+      return moveToFolder(1);
+    case kTagCutTo:
+      return moveToFolder(2);
+    case kTagCopy:
+      return copySingle();
+    case kTagCut:
+      return cutSingle();
+    case kTagPaste:
+      return pasteAction();
+    case kTagDelete:
+      return deleteAction();
+    default:
+      return FileManagerBaseController::performTagAction(tag);
   }
 }
 

@@ -35,8 +35,8 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   void loadFilePathFromServer(const std::string& path);
   // The files of this listing whose lower-case extension is (or with
   // `isContainsInHash` false, is not) a key of `filter`.
-  std::vector<std::string> loadPreviewFilesFilter(const ExtensionMap& filter,
-                                                  bool isContainsInHash, bool isFullPath) const;
+  std::vector<std::string> loadPreviewFilesFilter(const ExtensionMap& filter, bool isContainsInHash,
+                                                  bool isFullPath) const;
   void openWebViewController(const std::string& path, bool isBookMark, bool isLoadFromServer);
 
   // Hooks.

@@ -88,8 +88,8 @@ bool PickFileBaseDirectory::isRowMarked(const std::string& path) const {
 }
 
 std::vector<ToolbarItem> PickFileBaseDirectory::createToolbarItems(bool) {
-  std::vector<ToolbarItem> bar{{"ORDER_ITEM", isOrderAsc() ? "Ascending" : "Descending", true,
-                                _orderButtonTag}};
+  std::vector<ToolbarItem> bar{
+      {"ORDER_ITEM", isOrderAsc() ? "Ascending" : "Descending", true, _orderButtonTag}};
   if (canSave()) bar.push_back({"DONE_ITEM", "Done", true, 0});
   return bar;
 }
@@ -119,9 +119,10 @@ void PickFileBaseDirectory::closePicker() {
 }
 
 void PickFileBaseDirectory::askFolderPassword(const std::string& path, std::function<void()> then) {
-  ScreenAlert alert = makeAlert(kTagPickFolderPassword, "Password",
-                                "'" + getAlertRelativePath(path) + "' " + localizedString("Password"),
-                                {"Cancel", "OK"}, {{localizedString("Password"), ""}});
+  ScreenAlert alert =
+      makeAlert(kTagPickFolderPassword, "Password",
+                "'" + getAlertRelativePath(path) + "' " + localizedString("Password"),
+                {"Cancel", "OK"}, {{localizedString("Password"), ""}});
   std::weak_ptr<FileManagerBaseController> weak = weak_from_this();
   port().showAlert(alert, [weak, path, then](int button, const std::vector<std::string>& fields) {
     auto self = weak.lock();

@@ -40,8 +40,8 @@ std::string ViewArchiveController::fullRelativePath() const {
 }
 
 std::string ViewArchiveController::archiveTitle() const {
-  std::string name =
-      isRootScreen() ? FileUtil::getFileName(_session->archivePath) : (_entry ? _entry->name() : "");
+  std::string name = isRootScreen() ? FileUtil::getFileName(_session->archivePath)
+                                    : (_entry ? _entry->name() : "");
   return name + "-" + std::to_string(_entry ? _entry->totalNumber() : 0);
 }
 
@@ -67,8 +67,8 @@ void ViewArchiveController::loadArchive() {
       [this, self = shared_from_this(), session] {
         archive(session->archivePath);
         if (!archiveDelegate) {
-          alertMsg("Failure", localizedString("Failure") + " " +
-                                  FileUtil::getFileName(session->archivePath));
+          alertMsg("Failure",
+                   localizedString("Failure") + " " + FileUtil::getFileName(session->archivePath));
         } else {
           readArchive();
           if (!isCurrentThreadCancelled()) initCheckPassword();
@@ -251,7 +251,8 @@ void ViewArchiveController::unzipFinished() {
     self->setEditing(false);
   });
   if (!shown.empty())
-    NotificationCenter::defaultCenter().post(notifications::ExtractFilesFinishedNotification, shown);
+    NotificationCenter::defaultCenter().post(notifications::ExtractFilesFinishedNotification,
+                                             shown);
 }
 
 void ViewArchiveController::viewFile(const ZipEntry::Ptr& entry) {

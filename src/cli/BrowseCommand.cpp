@@ -238,9 +238,10 @@ class BrowseSession {
       if (!port_->sheet) return bad("no sheet");
       const auto& rows = port_->sheet->rows;
       auto at = std::find(rows.begin(), rows.end(), entry);
-      if (at == rows.end()) return fail("browse", "line " + std::to_string(number) +
-                                                      ": the sheet offers no \"" + entry + "\"",
-                                        3);
+      if (at == rows.end())
+        return fail("browse",
+                    "line " + std::to_string(number) + ": the sheet offers no \"" + entry + "\"",
+                    3);
       auto reply = std::move(port_->sheetReply);
       int row = static_cast<int>(at - rows.begin());
       port_->sheet.reset();
@@ -250,9 +251,9 @@ class BrowseSession {
       const auto& buttons = port_->alert->buttons;
       auto at = std::find(buttons.begin(), buttons.end(), words[1]);
       if (at == buttons.end())
-        return fail("browse", "line " + std::to_string(number) + ": the dialog offers no \"" +
-                                  words[1] + "\"",
-                    3);
+        return fail(
+            "browse",
+            "line " + std::to_string(number) + ": the dialog offers no \"" + words[1] + "\"", 3);
       std::vector<std::string> fields(words.begin() + 2, words.end());
       auto reply = std::move(port_->alertReply);
       int button = static_cast<int>(at - buttons.begin());
@@ -337,7 +338,8 @@ int runBrowse(const std::string& script) {
   app.didFinishLaunchingWithOptions(LaunchOptions{});
   port->nav = app.fileManagerNavController;
   if (!port->nav || port->nav->viewControllers.empty()) return fail("browse", "no browser to show");
-  if (auto root = std::dynamic_pointer_cast<FileManagerBaseController>(port->nav->topViewController()))
+  if (auto root =
+          std::dynamic_pointer_cast<FileManagerBaseController>(port->nav->topViewController()))
     port->seen.push_back(root);
   app.waitForClearTemp(std::chrono::minutes(5));
   main.runPending();

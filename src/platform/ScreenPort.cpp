@@ -11,19 +11,32 @@ namespace harbor {
 
 const char* screenRouteName(ScreenRoute route) {
   switch (route) {
-    case ScreenRoute::Preview: return "preview";
-    case ScreenRoute::HandOver: return "handover";
-    case ScreenRoute::Print: return "print";
-    case ScreenRoute::Mail: return "mail";
-    case ScreenRoute::Editor: return "editor";
-    case ScreenRoute::Web: return "web";
-    case ScreenRoute::Image: return "image";
-    case ScreenRoute::Music: return "music";
-    case ScreenRoute::Media: return "media";
-    case ScreenRoute::Epub: return "epub";
-    case ScreenRoute::Pdf: return "pdf";
-    case ScreenRoute::Vcf: return "vcf";
-    case ScreenRoute::Mht: return "mht";
+    case ScreenRoute::Preview:
+      return "preview";
+    case ScreenRoute::HandOver:
+      return "handover";
+    case ScreenRoute::Print:
+      return "print";
+    case ScreenRoute::Mail:
+      return "mail";
+    case ScreenRoute::Editor:
+      return "editor";
+    case ScreenRoute::Web:
+      return "web";
+    case ScreenRoute::Image:
+      return "image";
+    case ScreenRoute::Music:
+      return "music";
+    case ScreenRoute::Media:
+      return "media";
+    case ScreenRoute::Epub:
+      return "epub";
+    case ScreenRoute::Pdf:
+      return "pdf";
+    case ScreenRoute::Vcf:
+      return "vcf";
+    case ScreenRoute::Mht:
+      return "mht";
   }
   return "";
 }

@@ -85,7 +85,21 @@ struct ToolbarItem {
 // Places a screen hands files to. The first four are the editor's; the rest
 // are the viewers a browser opens. A port without a service for one says so
 // and the screen leaves its row out.
-enum class ScreenRoute { Preview, HandOver, Print, Mail, Editor, Web, Image, Music, Media, Epub, Pdf, Vcf, Mht };
+enum class ScreenRoute {
+  Preview,
+  HandOver,
+  Print,
+  Mail,
+  Editor,
+  Web,
+  Image,
+  Music,
+  Media,
+  Epub,
+  Pdf,
+  Vcf,
+  Mht
+};
 
 // The route's name as scripts see it ("editor", "web"...).
 const char* screenRouteName(ScreenRoute route);

@@ -19,8 +19,8 @@ class EncryptedNamesReader : public IArchive {
     root_->clear();
     if (password_ != "right") return false;
     for (const char* name : {"top.txt", "dir/inner.txt"}) {
-      root_->addToRootEntry(std::make_shared<ZipEntry>(name, FilePos{}, 0, 4, 4, 0, std::nullopt,
-                                                       std::nullopt));
+      root_->addToRootEntry(
+          std::make_shared<ZipEntry>(name, FilePos{}, 0, 4, 4, 0, std::nullopt, std::nullopt));
     }
     return true;
   }

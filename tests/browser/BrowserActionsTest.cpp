@@ -146,7 +146,7 @@ TEST_F(ActionsTest, DeleteGoesDeepestFirstAndDropsPasswords) {
   ASSERT_TRUE(FileManagerUtil::saveFilePassword(docs("gone/a"), "pw"));
   auto browser = screen<FileManagerController>();
   browser->selectedRows().assign(1, docs("gone"));
-  port->alertAnswers.push_back({"OK", {}});     // confirmation
+  port->alertAnswers.push_back({"OK", {}});      // confirmation
   port->alertAnswers.push_back({"OK", {"pw"}});  // the locked folder inside
   browser->deleteFileActionSheet();
   drain();

@@ -2,9 +2,9 @@
 
 #include <thread>
 
+#include "browser/BrowserSupport.h"
 #include "browser/BrowserTestSupport.h"
 #include "browser/FileTransferController.h"
-#include "browser/BrowserSupport.h"
 #include "filemanager/FileManagerUtil.h"
 #include "platform/Strings.h"
 

@@ -56,7 +56,7 @@ class RecordingPort : public IScreenPort {
 
   void showAlert(const ScreenAlert& a, AlertReply reply) override {
     events.push_back(ev(a.fields.empty() ? "alert" : "prompt", a.tag, a.key, a.text, a.buttons,
-                      a.screenClass, a.screenPath));
+                        a.screenClass, a.screenPath));
     if (alertAnswers.empty()) {
       openAlert = std::move(reply);
       return;
