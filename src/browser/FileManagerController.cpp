@@ -290,7 +290,12 @@ void FileManagerController::openSheet() {
 
 void FileManagerController::holdItem(const std::string& path) {
   if (_isSearching) return;
-  if (!isSelected(path)) selectedRows().push_back(path);
+  // Outside edit mode a long press acts on that one item.
+  if (!_editing) {
+    selectedRows().assign(1, path);
+  } else if (!isSelected(path)) {
+    selectedRows().push_back(path);
+  }
   alertActionSheet();
 }
 
