@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "app/GlobalConfig.h"
+#include "app/HarborFileManagerController.h"
 #include "app/LockServices.h"
 #include "cloud/CloudProvider.h"
 #include "editor/EditorBaseController.h"
@@ -48,7 +49,13 @@ void AppDelegate::initAction() {
     };
   }
   std::shared_ptr<ViewController> browser;
-  if (auto& make = ApplicationServices::shared().fileManagerController) browser = make();
+  if (auto& make = ApplicationServices::shared().fileManagerController) {
+    browser = make();
+  } else {
+    auto root = HarborFileManagerController::createRoot();
+    root->viewDidLoad();
+    browser = root;
+  }
   fileManagerNavController = std::make_shared<NavigationController>(browser);
   _rootViewController = fileManagerNavController;
   setWindowDidFinishLaunchingRootViewController();

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "app/ViewController.h"
+#include "platform/ScreenPort.h"
 #include "prefs/TouchIDUtils.h"
 
 namespace harbor {

@@ -231,6 +231,7 @@ void CommonApplication::setWindowRootViewControllerOnMainThread(
   window_->rootViewController = root;
   if (changed) {
     if (auto& told = ApplicationServices::shared().rootChanged) told(root);
+    ScreenPort::shared()->rootChanged(root);
   }
   // A quick action waits until the normal root shows, never behind the lock.
   if (root && root == _rootViewController) handerShortCutItem();

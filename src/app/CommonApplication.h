@@ -11,10 +11,17 @@
 
 #include "app/ApplicationServices.h"
 #include "app/ILocalLogin.h"
-#include "app/ViewController.h"
 #include "platform/NotificationCenter.h"
+#include "platform/ScreenPort.h"
 
 namespace harbor {
+
+class MyWindow {
+ public:
+  std::shared_ptr<ViewController> rootViewController;
+  bool isKeyAndVisible = false;
+  void makeKeyAndVisible() { isKeyAndVisible = true; }
+};
 
 class OperationQueue;
 

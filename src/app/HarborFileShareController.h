@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "app/ViewController.h"
+#include "platform/ScreenPort.h"
 #include "net/share/FileShareController.h"
 
 namespace harbor {

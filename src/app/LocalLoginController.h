@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "app/ILocalLogin.h"
-#include "app/ViewController.h"
+#include "platform/ScreenPort.h"
 #include "platform/ScreenPort.h"
 
 namespace harbor {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/ViewController.h"
+#include "platform/ScreenPort.h"
 #include "platform/ScreenPort.h"
 #include "prefs/SystemSettings.h"
 

@@ -353,7 +353,10 @@ void EditorBaseController::actionItem() {
   if (!_view) return;
   const std::vector<std::string> rows = shareRows();
   std::weak_ptr<EditorBaseController> weak = weak_from_this();
-  _view->showSheet(ScreenSheet{kTagShare, rows}, [weak, rows](int row) {
+  ScreenSheet sheet;
+  sheet.tag = kTagShare;
+  sheet.rows = rows;
+  _view->showSheet(sheet, [weak, rows](int row) {
     auto self = weak.lock();
     if (!self || !self->_view || row < 0 || static_cast<std::size_t>(row) >= rows.size()) return;
     const std::string& title = rows[static_cast<std::size_t>(row)];
@@ -680,7 +683,10 @@ void EditorBaseController::alertActionSheet() {
   if (!_view) return;
   std::vector<std::string> rows = optionRows();
   std::weak_ptr<EditorBaseController> weak = weak_from_this();
-  _view->showSheet(ScreenSheet{kTagOptions, rows}, [weak, rows](int row) {
+  ScreenSheet sheet;
+  sheet.tag = kTagOptions;
+  sheet.rows = rows;
+  _view->showSheet(sheet, [weak, rows](int row) {
     auto self = weak.lock();
     if (self && row >= 0 && static_cast<std::size_t>(row) < rows.size()) self->onOption(rows[row]);
   });
@@ -734,12 +740,13 @@ void EditorBaseController::onOption(const std::string& row) {
 
 void EditorBaseController::alertViewChangeFileName(int tag) {
   if (!_view) return;
-  ScreenAlert alert{tag,
-                    "Rename",
-                    localizedString("Rename"),
-                    {localizedString("Cancel"), localizedString("OK")},
-                    {{localizedString("Name"), fileNameNoExtension()},
-                     {localizedString("File Extension"), fileExtension()}}};
+  ScreenAlert alert;
+  alert.tag = tag;
+  alert.key = "Rename";
+  alert.text = localizedString("Rename");
+  alert.buttons = {localizedString("Cancel"), localizedString("OK")};
+  alert.fields = {{localizedString("Name"), fileNameNoExtension()},
+                  {localizedString("File Extension"), fileExtension()}};
   std::weak_ptr<EditorBaseController> weak = weak_from_this();
   _view->showAlert(alert, [weak, tag](int button, const std::vector<std::string>& fields) {
     if (auto self = weak.lock()) self->onAlert(tag, button, fields);
@@ -783,11 +790,11 @@ void EditorBaseController::cancelAct() {
   if (canUndo()) {
     if (!_view) return;
     std::weak_ptr<EditorBaseController> weak = weak_from_this();
-    ScreenAlert alert{kTagSaveChanges,
-                      "Would you like to save your changes?",
-                      localizedString("Would you like to save your changes?"),
-                      {localizedString("Cancel"), localizedString("OK")},
-                      {}};
+    ScreenAlert alert;
+    alert.tag = kTagSaveChanges;
+    alert.key = "Would you like to save your changes?";
+    alert.text = localizedString("Would you like to save your changes?");
+    alert.buttons = {localizedString("Cancel"), localizedString("OK")};
     _view->showAlert(alert, [weak](int button, const std::vector<std::string>& fields) {
       if (auto self = weak.lock()) self->onAlert(kTagSaveChanges, button, fields);
     });
@@ -953,7 +960,11 @@ void EditorBaseController::updateTitle() {
 
 void EditorBaseController::showError(const std::string& message) {
   HB_LOG("EditorBaseController", message);
-  if (_view) _view->showAlert(ScreenAlert{0, "", message, {localizedString("OK")}, {}}, nullptr);
+  if (!_view) return;
+  ScreenAlert alert;
+  alert.text = message;
+  alert.buttons = {localizedString("OK")};
+  _view->showAlert(alert, nullptr);
 }
 
 }  // namespace harbor

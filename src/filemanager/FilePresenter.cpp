@@ -338,6 +338,28 @@ void FilePresenter::searchThread(const std::string& searchText) {
   }
 }
 
+std::vector<std::string> FilePresenter::searchHits() const {
+  std::lock_guard lock(searchMutex_);
+  std::vector<std::string> hits;
+  for (const auto& section : _searchArray) hits.insert(hits.end(), section.begin(), section.end());
+  return hits;
+}
+
+void FilePresenter::setSearchHits(std::vector<std::string> hits) {
+  std::lock_guard lock(searchMutex_);
+  _searchArray.clear();
+  _searchArray.push_back(std::move(hits));
+}
+
+void FilePresenter::checkFilesExistsAndRemove() {
+  std::vector<std::string> hits = searchHits();
+  std::erase_if(hits, [](const std::string& path) {
+    struct stat st;
+    return ::lstat(path.c_str(), &st) != 0;
+  });
+  setSearchHits(std::move(hits));
+}
+
 // ---- Selections ------------------------------------------------------------
 
 std::vector<std::string>& FilePresenter::passwordRows() {

@@ -69,6 +69,12 @@ class FilePresenter {
   void loadTypeSection(const std::vector<std::string>& paths);
 
   bool isSearchResult() const;
+  // The hits of the last search in one list, and their replacement after an
+  // operation added or removed some.
+  std::vector<std::string> searchHits() const;
+  void setSearchHits(std::vector<std::string> hits);
+  // Drops the hits that no longer exist.
+  void checkFilesExistsAndRemove();
   // The last search stopped at its hit limit: there are more hits than shown.
   bool isSearchTruncated() const;
   int displayType() const { return _displayType; }

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -90,22 +91,53 @@ TEST_F(CloudCommandTest, WatchPrintsOneLinePerChange) {
     _exit(127);
   }
   close(out[1]);
-  FILE* lines = fdopen(out[0], "r");
-  // The watch is running once an empty folder is watched; a moment to start.
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  // The next line within `ms`, or "" when none came.
+  std::string pending;
+  auto nextLine = [&](int ms) -> std::string {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    for (;;) {
+      if (auto nl = pending.find('\n'); nl != std::string::npos) {
+        std::string line = pending.substr(0, nl);
+        pending.erase(0, nl + 1);
+        return line;
+      }
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          until - std::chrono::steady_clock::now());
+      pollfd p{out[0], POLLIN, 0};
+      if (left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0) return "";
+      char buf[4096];
+      const ssize_t n = read(out[0], buf, sizeof buf);
+      if (n <= 0) return "";
+      pending.append(buf, static_cast<std::size_t>(n));
+    }
+  };
+  // Lines until one lists `name` under `key`; writes also report "changed".
+  auto awaitListed = [&](const char* key, const std::string& name, int ms) {
+    for (std::string line; !(line = nextLine(ms)).empty();) {
+      auto j = nlohmann::json::parse(line);
+      for (const auto& n : j[key])
+        if (n == name) return true;
+    }
+    return false;
+  };
+  // The watch is live once a probe file shows up; a loaded machine may take
+  // a while to start the command.
+  bool live = false;
+  for (int i = 0; i < 50 && !live; ++i) {
+    writeFile(docs() / ("probe" + std::to_string(i)), "p");
+    live = awaitListed("added", "probe" + std::to_string(i), 200);
+  }
+  ASSERT_TRUE(live);
   writeFile(docs() / "new.txt", "n");
-  char buf[4096];
-  ASSERT_TRUE(std::fgets(buf, sizeof buf, lines));
-  auto j = nlohmann::json::parse(buf);
-  EXPECT_EQ(j["added"], nlohmann::json({"new.txt"}));
-  EXPECT_TRUE(j["removed"].empty());
+  EXPECT_TRUE(awaitListed("added", "new.txt", 10000));
+  writeFile(docs() / "new.txt", "longer");
+  EXPECT_TRUE(awaitListed("changed", "new.txt", 10000)) << "a write into a file is a change";
   fs::remove(docs() / "new.txt");
-  ASSERT_TRUE(std::fgets(buf, sizeof buf, lines));
-  EXPECT_EQ(nlohmann::json::parse(buf)["removed"], nlohmann::json({"new.txt"}));
+  EXPECT_TRUE(awaitListed("removed", "new.txt", 10000));
   kill(child, SIGINT);
   int status = 0;
   waitpid(child, &status, 0);
-  fclose(lines);
+  close(out[0]);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 

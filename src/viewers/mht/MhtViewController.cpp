@@ -77,15 +77,15 @@ void MhtViewController::actionButtonPressed() {
   if (_loading || !_view) return;
   _actionSheet = true;
   std::weak_ptr<MhtViewController> weak = weak_from_this();
-  _view->showSheet(
-      ScreenSheet{kTagAction,
-                  {localizedString("Convert to source files"), localizedString("Cancel")}},
-      [weak](int row) {
-        auto self = weak.lock();
-        if (!self) return;
-        self->_actionSheet = false;
-        if (row == 0) self->convertToSourceFiles();
-      });
+  ScreenSheet sheet;
+  sheet.tag = kTagAction;
+  sheet.rows = {localizedString("Convert to source files"), localizedString("Cancel")};
+  _view->showSheet(sheet, [weak](int row) {
+    auto self = weak.lock();
+    if (!self) return;
+    self->_actionSheet = false;
+    if (row == 0) self->convertToSourceFiles();
+  });
 }
 
 std::string MhtViewController::convertToSourceFiles() {
