@@ -32,23 +32,47 @@ std::string lower(std::string_view s) {
   return out;
 }
 
-std::string creationText(std::time_t t) {
-  std::tm tm{};
-  gmtime_r(&t, &tm);
-  char out[96];
-  std::snprintf(out, sizeof out, "%04d-%02d-%02dT%02d:%02d:%02d+00:00", tm.tm_year + 1900,
-                tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
-  return out;
+void twoDigits(std::string& out, int v) {
+  out += static_cast<char>('0' + v / 10 % 10);
+  out += static_cast<char>('0' + v % 10);
 }
 
-std::string modifiedText(std::time_t t) {
+void clockText(std::string& out, const std::tm& tm) {
+  twoDigits(out, tm.tm_hour);
+  out += ':';
+  twoDigits(out, tm.tm_min);
+  out += ':';
+  twoDigits(out, tm.tm_sec);
+}
+
+// "2023-11-05T09:08:07+00:00"; written by hand, as listings format thousands.
+void appendCreationText(std::string& out, std::time_t t) {
   std::tm tm{};
   gmtime_r(&t, &tm);
-  char out[96];
-  std::snprintf(out, sizeof out, "%s, %d %s %04d %02d:%02d:%02d GMT", kDays[tm.tm_wday % 7],
-                tm.tm_mday, kMonths[tm.tm_mon % 12], tm.tm_year + 1900, tm.tm_hour, tm.tm_min,
-                tm.tm_sec);
-  return out;
+  out += std::to_string(tm.tm_year + 1900);
+  out += '-';
+  twoDigits(out, tm.tm_mon + 1);
+  out += '-';
+  twoDigits(out, tm.tm_mday);
+  out += 'T';
+  clockText(out, tm);
+  out += "+00:00";
+}
+
+// "Sun, 5 Nov 2023 09:08:07 GMT": English names, the day not padded.
+void appendModifiedText(std::string& out, std::time_t t) {
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  out += kDays[tm.tm_wday % 7];
+  out += ", ";
+  out += std::to_string(tm.tm_mday);
+  out += ' ';
+  out += kMonths[tm.tm_mon % 12];
+  out += ' ';
+  out += std::to_string(tm.tm_year + 1900);
+  out += ' ';
+  clockText(out, tm);
+  out += " GMT";
 }
 
 std::string joinPath(const std::string& root, const std::string& relative) {
@@ -122,15 +146,13 @@ std::optional<std::string> DAVHeaders::get(std::string_view name) const {
 
 // ---- Multistatus entries ----------------------------------------------------
 
-std::string davResponseEntry(const std::string& href, const std::string& path, unsigned mask) {
+bool appendDavResponseEntry(std::string& out, const std::string& href, int dirFD, const char* name,
+                            unsigned mask) {
   struct statx stx {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME,
-              &stx) != 0) {
-    return {};
+  if (::statx(dirFD, name, 0, STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME, &stx) != 0) {
+    return false;
   }
   bool dir = S_ISDIR(stx.stx_mode);
-  std::string out;
-  out.reserve(256 + href.size());
   out += "<D:response><D:href>";
   out += href;
   out += "</D:href><D:propstat><D:prop>";
@@ -139,12 +161,12 @@ std::string davResponseEntry(const std::string& href, const std::string& path, u
   }
   if ((mask & davxml::kCreationDate) && (stx.stx_mask & STATX_BTIME)) {
     out += "<D:creationdate>";
-    out += creationText(static_cast<std::time_t>(stx.stx_btime.tv_sec));
+    appendCreationText(out, static_cast<std::time_t>(stx.stx_btime.tv_sec));
     out += "</D:creationdate>";
   }
   if ((mask & davxml::kLastModified) && (stx.stx_mask & STATX_MTIME)) {
     out += "<D:getlastmodified>";
-    out += modifiedText(static_cast<std::time_t>(stx.stx_mtime.tv_sec));
+    appendModifiedText(out, static_cast<std::time_t>(stx.stx_mtime.tv_sec));
     out += "</D:getlastmodified>";
   }
   if ((mask & davxml::kContentLength) && !dir && (stx.stx_mask & STATX_SIZE)) {
@@ -153,7 +175,7 @@ std::string davResponseEntry(const std::string& href, const std::string& path, u
     out += "</D:getcontentlength>";
   }
   out += "</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat></D:response>\n";
-  return out;
+  return true;
 }
 
 // ---- The response -----------------------------------------------------------
@@ -213,28 +235,33 @@ bool DAVResponse::propfind(const DAVHeaders& headers, std::string_view body,
   std::string out = "<?xml version=\"1.0\" encoding=\"utf-8\" ?><D:multistatus xmlns:D=\"DAV:\">\n";
   std::string href = "/" + resource;
   if (depth1 && href.back() != '/') href += '/';
-  out += davResponseEntry(davpath::escapeHref(href), path, mask);
+  appendDavResponseEntry(out, davpath::escapeHref(href), AT_FDCWD, path.c_str(), mask);
   if (depth1 && isDirectory(path)) {
+    int dirFD = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* dir = dirFD >= 0 ? ::fdopendir(dirFD) : nullptr;
+    if (!dir && dirFD >= 0) ::close(dirFD);
     std::vector<std::string> names;
-    if (DIR* dir = ::opendir(path.c_str())) {
-      while (dirent* e = ::readdir(dir)) {
-        std::string name = e->d_name;
-        if (name == "." || name == "..") continue;
-        if (e->d_type == DT_LNK || e->d_type == DT_UNKNOWN) {
-          // A child leading out of the root is not ours to describe.
-          std::error_code ec;
-          fs::path target = fs::weakly_canonical(path + "/" + name, ec);
-          if (ec || !davpath::isBelow(target.string(), root, true)) continue;
-        }
-        names.push_back(std::move(name));
+    while (dir) {
+      dirent* e = ::readdir(dir);
+      if (!e) break;
+      std::string name = e->d_name;
+      if (name == "." || name == "..") continue;
+      if (e->d_type == DT_LNK || e->d_type == DT_UNKNOWN) {
+        // A child leading out of the root is not ours to describe.
+        std::error_code ec;
+        fs::path target = fs::weakly_canonical(path + "/" + name, ec);
+        if (ec || !davpath::isBelow(target.string(), root, true)) continue;
       }
-      ::closedir(dir);
+      names.push_back(std::move(name));
     }
     std::sort(names.begin(), names.end());
     std::string base = resource.empty() ? "/" : "/" + resource + "/";
+    out.reserve(out.size() + names.size() * 320);
     for (const auto& name : names) {
-      out += davResponseEntry(davpath::escapeHref(base + name), path + "/" + name, mask);
+      // Relative to the open folder: no path walk per entry.
+      appendDavResponseEntry(out, davpath::escapeHref(base + name), dirfd(dir), name.c_str(), mask);
     }
+    if (dir) ::closedir(dir);
   }
   out += "</D:multistatus>";
   _headers["Content-Type"] = kXmlType;

@@ -71,8 +71,9 @@ class DAVResponse : public HTTPResponse {
   int _status = 200;
 };
 
-// The multistatus entry of one item, for `mask` properties; empty when the
-// item cannot be read. Exposed for the listing bench and tests.
-std::string davResponseEntry(const std::string& href, const std::string& path, unsigned mask);
+// Appends the multistatus entry of `name` in the folder open as `dirFD` (or
+// a path with AT_FDCWD) for `mask` properties; false when it cannot be read.
+bool appendDavResponseEntry(std::string& out, const std::string& href, int dirFD, const char* name,
+                            unsigned mask);
 
 }  // namespace harbor
