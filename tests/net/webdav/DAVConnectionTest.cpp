@@ -386,3 +386,22 @@ TEST_F(DAVConnectionTest, GetServesFilesAndFolderIndexes) {
 
 }  // namespace
 }  // namespace harbor
+
+namespace harbor {
+namespace {
+
+class ServeWarningTest : public test::TempHome {};
+
+TEST_F(ServeWarningTest, WebDavOpenBeyondLoopbackWithoutPasswordWarns) {
+  auto serve = [](const std::string& args) {
+    return test::shell("timeout -s INT 2 " + std::string(HARBOR_BINARY_DIR) +
+                       "/harbor serve --port 0 --webdav-port 0 " + args + " 2>&1 >/dev/null");
+  };
+  EXPECT_NE(serve("--bind 0.0.0.0").find("WebDAV is open to the network without a password"),
+            std::string::npos);
+  EXPECT_EQ(serve("--bind 127.0.0.1").find("WebDAV is open"), std::string::npos);
+  EXPECT_EQ(serve("--bind 0.0.0.0 --no-webdav").find("WebDAV is open"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace harbor
