@@ -58,8 +58,8 @@ if [ "$(id -u)" -eq 0 ]; then  # Apache will not serve as root
 fi
 mkdir -p "$work/apache/lock"
 [ "$(id -u)" -eq 0 ] && chown www-data:www-data "$work/apache/lock"
-sed -e "s|@WORK@|$work|g; s|@TREE@|$work/apache|g; s|@PORT@|$apache_port|g" \
-  -e "s|@USER@|$user|g; s|@GROUP@|$group|g" "$here/apache2-dav.conf.in" > "$work/apache2.conf"
+sed -e "s|%WORK%|$work|g; s|%TREE%|$work/apache|g; s|%PORT%|$apache_port|g" \
+  -e "s|%USER%|$user|g; s|%GROUP%|$group|g" "$here/apache2-dav.conf.in" > "$work/apache2.conf"
 APACHE_RUN_DIR=$work/apache $pin_server apache2 -f "$work/apache2.conf" -DFOREGROUND &
 pids+=($!)
 
