@@ -11,6 +11,7 @@
 #include "archive/SafeExtraction.h"
 #include "filemanager/FileUtil.h"
 #include "net/webdav/DAVPaths.h"
+#include "net/webdav/DELETEResponse.h"
 #include "net/webdav/PUTResponse.h"
 #include "platform/Log.h"
 #include "prefs/LoginPasswordUtil.h"

@@ -79,15 +79,4 @@ std::shared_ptr<PUTResponse> PUTResponse::initWithFilePathData(const std::string
   return std::shared_ptr<PUTResponse>(new PUTResponse(existed ? 200 : 201));
 }
 
-std::shared_ptr<DELETEResponse> DELETEResponse::initWithFilePath(const std::string& path) {
-  bool existed = kindOf(path) != 0;
-  std::error_code ec;
-  fs::remove_all(path, ec);  // a link goes, not what it points to
-  if (ec) {
-    HB_LOG("DELETEResponse", "cannot remove " + path + ": " + ec.message());
-    return std::shared_ptr<DELETEResponse>(new DELETEResponse(404));
-  }
-  return std::shared_ptr<DELETEResponse>(new DELETEResponse(existed ? 200 : 204));
-}
-
 }  // namespace harbor
