@@ -10,6 +10,7 @@
 #include "filemanager/FileUtil.h"
 #include "net/share/WiFiShare.h"
 #include "platform/Directories.h"
+#include "prefs/LoginPasswordUtil.h"
 
 namespace harbor::cli {
 namespace {
@@ -25,6 +26,10 @@ std::string hostFor(const std::string& bind) {
   if (!bind.empty() && bind != "0.0.0.0" && bind != "::") return bind;
   std::string a = WiFiShareBase::address();
   return a.empty() ? "127.0.0.1" : a;
+}
+
+bool isLoopback(const std::string& bind) {
+  return bind == "localhost" || bind == "::1" || bind.rfind("127.", 0) == 0;
 }
 
 int runServe(const ServeOptions& opts) {
@@ -55,6 +60,13 @@ int runServe(const ServeOptions& opts) {
       web.stopHttpServer();
       return fail("serve", error.message, 2);
     }
+  }
+  if (dav && !isLoopback(opts.bind) && LoginPasswordUtil::getWifiPassword().empty()) {
+    // WebDAV can change and remove files; the web page alone cannot do as much.
+    std::cerr << "harbor serve: warning: WebDAV is open to the network without a password; "
+                 "anyone who can reach this machine can change or remove files in the document "
+                 "root (set a Wi-Fi password, bind to 127.0.0.1 or use --no-webdav)"
+              << std::endl;
   }
   std::string host = hostFor(opts.bind);
   if (host.find(':') != std::string::npos) host = "[" + host + "]";

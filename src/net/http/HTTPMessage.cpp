@@ -264,6 +264,8 @@ std::string HTTPMessage::reasonPhrase(int status) {
       return "No Content";
     case 206:
       return "Partial Content";
+    case 207:
+      return "Multi-Status";
     case 302:
       return "Found";
     case 304:
@@ -278,6 +280,10 @@ std::string HTTPMessage::reasonPhrase(int status) {
       return "Not Found";
     case 405:
       return "Method Not Allowed";
+    case 409:
+      return "Conflict";
+    case 412:
+      return "Precondition Failed";
     case 413:
       return "Payload Too Large";
     case 500:

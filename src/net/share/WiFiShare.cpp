@@ -6,10 +6,10 @@
 #include "filemanager/TempDirectoryUtil.h"
 #include "net/share/UHTTPConnection.h"
 #include "net/share/VipsThumbnail.h"
+#include "net/webdav/DAVConnection.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/Resources.h"
-#include "prefs/LoginPasswordUtil.h"
 
 namespace harbor {
 namespace fs = std::filesystem;
@@ -23,22 +23,6 @@ std::map<std::string, std::shared_ptr<WifiDownloadItem>>& downloadItemsInfo() {
   static std::map<std::string, std::shared_ptr<WifiDownloadItem>> items;
   return items;
 }
-
-// The Documents folder over plain HTTP until WebDAV lands; with a Wi-Fi
-// password, Digest guards it.
-class DavStandInConnection : public HTTPConnection {
- public:
-  using HTTPConnection::HTTPConnection;
-  bool isPasswordProtected(const std::string&) override {
-    return !LoginPasswordUtil::getWifiPassword().empty();
-  }
-  bool useDigestAccessAuthentication() override { return true; }
-  std::optional<std::string> passwordForUser(const std::string&) override {
-    std::string p = LoginPasswordUtil::getWifiPassword();
-    if (p.empty()) return std::nullopt;
-    return p;
-  }
-};
 
 }  // namespace
 
@@ -135,7 +119,7 @@ void WebDavShare::initHttpServer() {
   webServer_->setConnectionClass(
       [](std::shared_ptr<AsyncSocket> s,
          std::shared_ptr<const HTTPConfig> c) -> std::shared_ptr<HTTPConnection> {
-        return std::make_shared<DavStandInConnection>(std::move(s), std::move(c));
+        return std::make_shared<DAVConnection>(std::move(s), std::move(c));
       });
 }
 

@@ -39,8 +39,8 @@ class WiFiShare : public WiFiShareBase {
   static void removeTempDirectory();
 };
 
-// The WebDAV share of the Documents folder; served by the plain connection
-// until WebDAV lands. With a Wi-Fi password set it asks for Digest.
+// The WebDAV share of the Documents folder. With a Wi-Fi password set it
+// asks for Digest.
 class WebDavShare : public WiFiShareBase {
  public:
   static constexpr std::uint16_t kDefaultPort = 51491;
