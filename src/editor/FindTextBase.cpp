@@ -1,0 +1,228 @@
+#include "editor/FindTextBase.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+
+#include "encoding/DetectorCharacter.h"
+#include "encoding/EncodingUtil.h"
+#include "encoding/FileBytes.h"
+#include "encoding/StringEncodings.h"
+#include "platform/Cancellation.h"
+#include "platform/Log.h"
+
+namespace harbor {
+
+// ---- FindTextBase ------------------------------------------------------------------
+
+std::shared_ptr<FindTextBase> FindTextBase::instanceWithOptions(
+    std::shared_ptr<FindTextOptions> options, IFindTextBase* delegate) {
+  return makeFinder<FindTextBase>(std::move(options), delegate);
+}
+
+FindTextBase::~FindTextBase() {
+  if (cancelObserver_) NotificationCenter::defaultCenter().removeObserver(cancelObserver_);
+}
+
+void FindTextBase::initQueue() {
+  queue = std::make_unique<OperationQueue>(kMaxWorkers, "FindText");
+  std::weak_ptr<FindTextBase> weak = weak_from_this();
+  cancelObserver_ = NotificationCenter::defaultCenter().addObserver(
+      FileFindReplaceCancelNotification, [weak](const NotificationCenter::Notification&) {
+        if (auto self = weak.lock()) self->cancel();
+      });
+}
+
+void FindTextBase::cancel() {
+  std::lock_guard lock(mutex_);
+  cancelled_ = true;
+  if (queue) queue->cancelAllOperations();
+}
+
+bool FindTextBase::isCancelledSearch() const {
+  std::lock_guard lock(mutex_);
+  return cancelled_;
+}
+
+bool FindTextBase::addWorker(std::shared_ptr<Operation> worker) {
+  // Under the lock, so a cancel either sees this worker queued or stops the
+  // loop before it.
+  std::lock_guard lock(mutex_);
+  if (cancelled_) return false;
+  worker->setQueuePriority(QueuePriority::VeryHigh);
+  queue->addOperation(std::move(worker));
+  return true;
+}
+
+void FindTextBase::finishWhenDone() {
+  queue->waitUntilAllOperationsAreFinished();
+  executeFinished();
+}
+
+void FindTextBase::onFinished(std::vector<FindTextItem> items, std::int64_t tag,
+                              const Error* error) {
+  std::lock_guard lock(mutex_);
+  if (error) {
+    _error = *error;
+    return;
+  }
+  if (items.empty()) return;
+  findResultNumber += items.size();
+  if (!_tagResults.count(tag)) _resultsObjects.push_back(tag);
+  _tagResults[tag] = std::move(items);
+}
+
+// ---- workers ------------------------------------------------------------------------
+
+void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
+                                   bool countLines) {
+  if (!_findTextDelegate) return;
+  if (readError) {
+    _findTextDelegate->onFinished({}, _tag, readError);
+    return;
+  }
+  Error error;
+  std::vector<FindTextItem> items =
+      FindTextInString::findTextItems(text, *_findTextOptions, &error);
+  if (!error.message.empty()) {
+    _findTextDelegate->onFinished({}, _tag, &error);
+    return;
+  }
+  std::size_t line = 1, at = 0;
+  for (auto& item : items) {
+    item._tag = _tag;
+    if (!countLines) continue;
+    const std::size_t to = std::min(item._range.location, text.size());
+    line += static_cast<std::size_t>(std::count(text.begin() + at, text.begin() + to, u'\n'));
+    at = to;
+    item._lineNumber = line;
+  }
+  _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
+}
+
+void FileTextInStringsOperation::main() {
+  report(_source, nullptr, false);
+}
+
+void FileTextInProjectOperation::main() {
+  Error error;
+  std::optional<std::u16string> text =
+      FileTextInProject::readFileText(_filePath, *_findTextOptions, &error);
+  if (!text) {
+    if (!error.message.empty()) report({}, &error, true);
+    return;
+  }
+  report(*text, nullptr, true);
+}
+
+// ---- FindTextInStrings --------------------------------------------------------------
+
+void FindTextInStrings::execute() {
+  if (_findTextOptions) {
+    // Workers share the options read-only from here on.
+    FindTextInString::markWordBoundaries(*_findTextOptions);
+    const auto& sources = _findTextOptions->_sourceObjects;
+    const auto& ids = _findTextOptions->_sourceObjectsId;
+    const auto& urls = _findTextOptions->_sourceURLs;
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      if (isCurrentThreadCancelled()) break;
+      const std::string id = i < ids.size() ? ids[i] : std::string();
+      const auto tag = static_cast<std::int64_t>(std::hash<std::string>{}(id));
+      {
+        std::lock_guard lock(mutex_);
+        _tagSource[tag] = i < urls.size() ? urls[i] : std::string();
+      }
+      auto worker = std::make_shared<FileTextInStringsOperation>();
+      worker->_findTextOptions = _findTextOptions;
+      worker->_findTextDelegate = this;
+      worker->_tag = tag;
+      worker->_source = sources[i];
+      if (!addWorker(std::move(worker))) break;
+    }
+  }
+  finishWhenDone();
+}
+
+void FindTextInStrings::executeFinished() {
+  if (_findTextOptions) {
+    _findTextOptions->_sourceObjects.clear();
+    _findTextOptions->_sourceObjectsId.clear();
+  }
+  _findTextOptions.reset();
+  if (_delegate) _delegate->onFinishFindText(*this);
+}
+
+const std::vector<FindTextItem>* FindTextInStrings::firstFindResult() const {
+  auto it = _tagResults.find(0);
+  return it == _tagResults.end() ? nullptr : &it->second;
+}
+
+// ---- FileTextInProject --------------------------------------------------------------
+
+void FileTextInProject::execute() {
+  if (_findTextOptions) {
+    FindTextInString::markWordBoundaries(*_findTextOptions);
+    for (std::size_t i = 0; i < _files.size(); ++i) {
+      if (isCurrentThreadCancelled()) break;
+      const auto tag = static_cast<std::int64_t>(i);
+      {
+        std::lock_guard lock(mutex_);
+        _tagSource[tag] = _files[i];
+      }
+      auto worker = std::make_shared<FileTextInProjectOperation>();
+      worker->_findTextOptions = _findTextOptions;
+      worker->_findTextDelegate = this;
+      worker->_tag = tag;
+      worker->_filePath = _files[i];
+      if (!addWorker(std::move(worker))) break;
+    }
+  }
+  finishWhenDone();
+}
+
+void FileTextInProject::executeFinished() {
+  _findTextOptions.reset();
+  if (_delegate) _delegate->onFinishFindText(*this);
+}
+
+const std::vector<FindTextItem>* FileTextInProject::firstFindResult() const {
+  auto it = _tagResults.find(0);
+  return it == _tagResults.end() ? nullptr : &it->second;
+}
+
+std::optional<std::u16string> FileTextInProject::readFileText(const std::string& path,
+                                                              const FindTextOptions& options,
+                                                              Error* error) {
+  struct stat st {};
+  // A link is not followed: it may lead out of the tree or round in a loop.
+  if (::lstat(path.c_str(), &st) != 0) {
+    if (errno != ENOENT && error) *error = cannotReadError(path, std::strerror(errno));
+    return std::nullopt;
+  }
+  if (!S_ISREG(st.st_mode)) return std::nullopt;
+  std::optional<FileBytes> bytes = FileBytes::read(path, error);
+  if (!bytes) return std::nullopt;
+  const std::string_view data = bytes->view();
+  if (data.substr(0, kBinarySniff).find('\0') != std::string_view::npos) return std::nullopt;
+
+  if (options._isAutoEncoding || options._encodingName.empty()) {
+    // Plain ASCII reads the same in every candidate; no detector needed.
+    // Widening and the test go in one pass the compiler can vectorise.
+    std::u16string text(data.size(), u'\0');
+    unsigned char seen = 0;
+    const auto* in = reinterpret_cast<const unsigned char*>(data.data());
+    for (std::size_t i = 0; i < data.size(); ++i) {
+      seen |= in[i];
+      text[i] = in[i];
+    }
+    if (!(seen & 0x80)) return text;
+    return DetectorCharacter::detectorWithData(data, nullptr);
+  }
+  return StringEncodings::decodeAsChosen(
+      data, EncodingUtil::convertStringToNSStringEncoding(options._encodingName));
+}
+
+}  // namespace harbor
