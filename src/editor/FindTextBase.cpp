@@ -1,6 +1,8 @@
 #include "editor/FindTextBase.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -193,23 +195,83 @@ const std::vector<FindTextItem>* FileTextInProject::firstFindResult() const {
   return it == _tagResults.end() ? nullptr : &it->second;
 }
 
+namespace {
+
+// The needle as bytes when a file's raw bytes can rule a hit out: an exact,
+// literal search for plain ASCII. Empty otherwise.
+std::string asciiNeedle(const FindTextOptions& options) {
+  if (options._isRegex || options._isCaseSensitive || options._findString.empty()) return {};
+  std::string out;
+  for (char16_t c : options._findString) {
+    if (c == 0 || c >= 0x80) return {};
+    out += static_cast<char>(c);
+  }
+  return out;
+}
+
+bool isAscii(std::string_view data) {
+  unsigned char seen = 0;
+  for (unsigned char c : data) seen |= c;
+  return !(seen & 0x80);
+}
+
+// Small files are read in one call: mapping them costs more than copying.
+constexpr std::size_t kReadLimit = 1 << 20;
+
+}  // namespace
+
 std::optional<std::u16string> FileTextInProject::readFileText(const std::string& path,
                                                               const FindTextOptions& options,
                                                               Error* error) {
-  struct stat st {};
-  // A link is not followed: it may lead out of the tree or round in a loop.
-  if (::lstat(path.c_str(), &st) != 0) {
-    if (errno != ENOENT && error) *error = cannotReadError(path, std::strerror(errno));
+  // O_NOFOLLOW: a link is not followed, it may lead out of the tree or round
+  // in a loop.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    if (errno != ENOENT && errno != ELOOP && error) {
+      *error = cannotReadError(path, std::strerror(errno));
+    }
     return std::nullopt;
   }
-  if (!S_ISREG(st.st_mode)) return std::nullopt;
-  std::optional<FileBytes> bytes = FileBytes::read(path, error);
-  if (!bytes) return std::nullopt;
-  const std::string_view data = bytes->view();
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return std::nullopt;
+  }
+  std::string small;
+  std::optional<FileBytes> mapped;
+  std::string_view data;
+  if (static_cast<std::size_t>(st.st_size) <= kReadLimit) {
+    small.resize(static_cast<std::size_t>(st.st_size));
+    std::size_t got = 0;
+    while (got < small.size()) {
+      const ssize_t n = ::read(fd, small.data() + got, small.size() - got);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        if (error) *error = cannotReadError(path, std::strerror(errno));
+        ::close(fd);
+        return std::nullopt;
+      }
+      if (n == 0) break;
+      got += static_cast<std::size_t>(n);
+    }
+    small.resize(got);
+    data = small;
+    ::close(fd);
+  } else {
+    ::close(fd);
+    mapped = FileBytes::read(path, error);
+    if (!mapped) return std::nullopt;
+    data = mapped->view();
+  }
   if (data.substr(0, kBinarySniff).find('\0') != std::string_view::npos) return std::nullopt;
 
   if (options._isAutoEncoding || options._encodingName.empty()) {
-    // Plain ASCII reads the same in every candidate; no detector needed.
+    // Plain ASCII reads the same in every candidate; no detector needed, and
+    // a file without the needle's bytes holds no hit.
+    const std::string needle = asciiNeedle(options);
+    if (!needle.empty() && data.find(needle) == std::string_view::npos && isAscii(data)) {
+      return std::nullopt;
+    }
     // Widening and the test go in one pass the compiler can vectorise.
     std::u16string text(data.size(), u'\0');
     unsigned char seen = 0;

@@ -39,26 +39,43 @@ bool isWordUnit(char16_t c) {
 void foldInto(std::u16string_view in, std::u16string& out) {
   out.resize(in.size());
   const std::size_t n = in.size();
-  for (std::size_t i = 0; i < n;) {
-    const char16_t c = in[i];
-    if (c < 0x80) {
-      out[i++] = (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + 32) : c;
-      continue;
+  constexpr std::size_t kChunk = 32;
+  std::size_t i = 0;
+  while (i < n) {
+    // Runs of ASCII, the usual case in source code, fold without branches.
+    if (i + kChunk <= n) {
+      char16_t seen = 0;
+      for (std::size_t k = 0; k < kChunk; ++k) seen |= in[i + k];
+      if (seen < 0x80) {
+        for (std::size_t k = 0; k < kChunk; ++k) {
+          const char16_t c = in[i + k];
+          out[i + k] = static_cast<char16_t>(c + (static_cast<unsigned>(c - u'A') < 26u ? 32 : 0));
+        }
+        i += kChunk;
+        continue;
+      }
     }
-    if (U16_IS_LEAD(c) && i + 1 < n && U16_IS_TRAIL(in[i + 1])) {
-      const UChar32 f = u_foldCase(U16_GET_SUPPLEMENTARY(c, in[i + 1]), U_FOLD_CASE_DEFAULT);
-      const bool pair = f > 0xFFFF;
-      out[i] = pair ? U16_LEAD(f) : c;
-      out[i + 1] = pair ? U16_TRAIL(f) : in[i + 1];
-      i += 2;
-      continue;
+    for (const std::size_t end = std::min(n, i + kChunk); i < end;) {
+      const char16_t c = in[i];
+      if (c < 0x80) {
+        out[i++] = (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + 32) : c;
+        continue;
+      }
+      if (U16_IS_LEAD(c) && i + 1 < n && U16_IS_TRAIL(in[i + 1])) {
+        const UChar32 f = u_foldCase(U16_GET_SUPPLEMENTARY(c, in[i + 1]), U_FOLD_CASE_DEFAULT);
+        const bool pair = f > 0xFFFF;
+        out[i] = pair ? U16_LEAD(f) : c;
+        out[i + 1] = pair ? U16_TRAIL(f) : in[i + 1];
+        i += 2;
+        continue;
+      }
+      if (U16_IS_SURROGATE(c)) {
+        out[i++] = c;
+        continue;
+      }
+      const UChar32 f = u_foldCase(c, U_FOLD_CASE_DEFAULT);
+      out[i++] = (f <= 0xFFFF && !U16_IS_SURROGATE(f)) ? static_cast<char16_t>(f) : c;
     }
-    if (U16_IS_SURROGATE(c)) {
-      out[i++] = c;
-      continue;
-    }
-    const UChar32 f = u_foldCase(c, U_FOLD_CASE_DEFAULT);
-    out[i++] = (f <= 0xFFFF && !U16_IS_SURROGATE(f)) ? static_cast<char16_t>(f) : c;
   }
 }
 

@@ -139,7 +139,7 @@ class FindTextInString {
 
   // Lines longer than this show only this much around a hit on each side, so
   // a file that is one huge line cannot make every hit carry all of it.
-  static constexpr std::size_t kShowedContext = 2048;
+  static constexpr std::size_t kShowedContext = 256;
 
  private:
   static std::atomic<std::int32_t> timeLimit_;

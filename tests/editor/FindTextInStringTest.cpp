@@ -46,6 +46,11 @@ TEST(FindTextInStringTest, TheCaseFlagIsReadAsIgnoreCaseInBothModes) {
   EXPECT_EQ(find(text, u"foo", true, false, false), (std::vector<std::size_t>{4}));
   EXPECT_EQ(find(text, u"foo", true, false, true), (std::vector<std::size_t>{0, 4, 8}));
   EXPECT_EQ(find(u"ΣΊΣΥΦΟΣ σίσυφος", u"σίσυφοσ", false, false, true).size(), 2u);
+  // Long texts fold ASCII runs in blocks; the other units one by one.
+  const std::u16string mixed =
+      std::u16string(40, u'x') + u"ΣΊΣΥΦΟΣ" + std::u16string(40, u'Y') + u"FOO";
+  EXPECT_EQ(find(mixed, u"σίσυφοσ", false, false, true), (std::vector<std::size_t>{40}));
+  EXPECT_EQ(find(mixed, u"yfoo", false, false, true), (std::vector<std::size_t>{86}));
   // findTextItems:pattern: always ignores case.
   EXPECT_EQ(FindTextInString::findTextItems(u"aB ab", u"(a)(b)"),
             (std::vector<std::u16string>{u"aB", u"a", u"B", u"ab", u"a", u"b"}));
