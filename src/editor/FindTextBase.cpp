@@ -4,6 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -210,9 +214,41 @@ std::string asciiNeedle(const FindTextOptions& options) {
 }
 
 bool isAscii(std::string_view data) {
-  unsigned char seen = 0;
-  for (unsigned char c : data) seen |= c;
-  return !(seen & 0x80);
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  __m128i seen = _mm_setzero_si128();
+  for (; i + 16 <= data.size(); i += 16) {
+    seen = _mm_or_si128(seen, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
+  }
+  if (_mm_movemask_epi8(seen)) return false;
+#endif
+  unsigned char rest = 0;
+  for (; i < data.size(); ++i) rest |= p[i];
+  return !(rest & 0x80);
+}
+
+// Widens bytes to UTF-16 units; false (with `out` unspecified) when a byte
+// is not ASCII.
+bool widenAscii(std::string_view data, std::u16string& out) {
+  out.resize(data.size());
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  char16_t* o = out.data();
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  for (; i + 16 <= data.size(); i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    if (_mm_movemask_epi8(v)) return false;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), _mm_unpacklo_epi8(v, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i + 8), _mm_unpackhi_epi8(v, zero));
+  }
+#endif
+  for (; i < data.size(); ++i) {
+    if (p[i] & 0x80) return false;
+    o[i] = p[i];
+  }
+  return true;
 }
 
 // Small files are read in one call: mapping them costs more than copying.
@@ -269,18 +305,12 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
     const std::string needle = asciiNeedle(options);
-    if (!needle.empty() && data.find(needle) == std::string_view::npos && isAscii(data)) {
+    if (!needle.empty() &&
+        !::memmem(data.data(), data.size(), needle.data(), needle.size()) && isAscii(data)) {
       return std::nullopt;
     }
-    // Widening and the test go in one pass the compiler can vectorise.
-    std::u16string text(data.size(), u'\0');
-    unsigned char seen = 0;
-    const auto* in = reinterpret_cast<const unsigned char*>(data.data());
-    for (std::size_t i = 0; i < data.size(); ++i) {
-      seen |= in[i];
-      text[i] = in[i];
-    }
-    if (!(seen & 0x80)) return text;
+    std::u16string text;
+    if (widenAscii(data, text)) return text;
     return DetectorCharacter::detectorWithData(data, nullptr);
   }
   return StringEncodings::decodeAsChosen(
