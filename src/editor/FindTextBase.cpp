@@ -204,13 +204,57 @@ namespace {
 // The needle as bytes when a file's raw bytes can rule a hit out: an exact,
 // literal search for plain ASCII. Empty otherwise.
 std::string asciiNeedle(const FindTextOptions& options) {
-  if (options._isRegex || options._isCaseSensitive || options._findString.empty()) return {};
+  if (options._isRegex || options._findString.empty()) return {};
   std::string out;
   for (char16_t c : options._findString) {
     if (c == 0 || c >= 0x80) return {};
+    // Ignoring case, plain ASCII folds to lower case and nothing else.
+    if (options._isCaseSensitive && c >= u'A' && c <= u'Z') c += 32;
     out += static_cast<char>(c);
   }
   return out;
+}
+
+bool isAsciiLetter(char c) {
+  return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
+}
+
+// Whether ASCII `data` holds `lower` (a lower-case needle) in any case.
+// Candidates come from the first and last byte, sixteen positions at a time.
+bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
+  const std::size_t m = lower.size(), n = data.size();
+  if (m == 0 || n < m) return false;
+  const char* h = data.data();
+  const char first = lower.front(), last = lower.back();
+  const char firstOr = isAsciiLetter(first) ? 0x20 : 0, lastOr = isAsciiLetter(last) ? 0x20 : 0;
+  auto confirm = [&](std::size_t at) {
+    for (std::size_t k = 0; k < m; ++k) {
+      const char c = h[at + k];
+      if ((isAsciiLetter(c) ? static_cast<char>(c | 0x20) : c) != lower[k]) return false;
+    }
+    return true;
+  };
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
+  const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
+  for (; i + 16 + m - 1 <= n; i += 16) {
+    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
+    const __m128i b =
+        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (confirm(i + bit)) return true;
+      mask &= mask - 1;
+    }
+  }
+#endif
+  for (; i + m <= n; ++i) {
+    if (static_cast<char>(h[i] | firstOr) == first && confirm(i)) return true;
+  }
+  return false;
 }
 
 bool isAscii(std::string_view data) {
@@ -306,7 +350,10 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     // a file without the needle's bytes holds no hit.
     const std::string needle = asciiNeedle(options);
     if (!needle.empty() &&
-        !::memmem(data.data(), data.size(), needle.data(), needle.size()) && isAscii(data)) {
+        !(options._isCaseSensitive
+              ? containsIgnoringAsciiCase(data, needle)
+              : ::memmem(data.data(), data.size(), needle.data(), needle.size()) != nullptr) &&
+        isAscii(data)) {
       return std::nullopt;
     }
     std::u16string text;

@@ -125,6 +125,21 @@ TEST(FindInFilesTest, ProjectFilesAreDecodedSniffedAndNotFollowedThroughLinks) {
   EXPECT_EQ(finder->findResultNumber, 4u);
   ASSERT_NE(finder->firstFindResult(), nullptr);
 
+  // Raw bytes may rule out a plain ASCII file only: the Kelvin sign folds
+  // to "k".
+  test::writeFile(dir / "case.txt", std::string(40, '.') + "a KeY\n");
+  test::writeFile(dir / "kelvin.txt",
+                  "\xe2\x84\xaa"
+                  "ey\n");
+  options = FindTextOptions::instanceWithString(u"key");
+  options->_isAutoEncoding = options->_isCaseSensitive = true;
+  finder = FileTextInProject::instanceWithFiles(
+      {(dir / "case.txt").string(), (dir / "kelvin.txt").string(), (dir / "a.txt").string()},
+      options);
+  finder->execute();
+  EXPECT_EQ(finder->findResultNumber, 2u);
+  EXPECT_EQ(finder->_tagResults.at(0)[0]._range.location, 42u);
+
   // A chosen encoding decodes every file with it.
   options = FindTextOptions::instanceWithString(u"\u043f\u0440\u0438\u0432\u0435\u0442");
   options->_encodingName = "windows-1251";
