@@ -195,8 +195,10 @@ bool literalSearch(std::u16string_view source, const FindTextOptions& options, O
 UBool U_CALLCONV keepMatching(const void*, int32_t) {
   return !isCurrentThreadCancelled();
 }
-UBool U_CALLCONV keepFinding(const void*, int64_t) {
-  return !isCurrentThreadCancelled();
+// Called at every start position the search tries: only one in 64K looks
+// at the thread, or the looking costs more than the search.
+UBool U_CALLCONV keepFinding(const void*, int64_t matchIndex) {
+  return (matchIndex & 0xFFFF) != 0 || !isCurrentThreadCancelled();
 }
 
 enum class RegexOutcome { Done, Cancelled, Failed };
