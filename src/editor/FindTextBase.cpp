@@ -68,8 +68,13 @@ void FindTextBase::finishWhenDone() {
   executeFinished();
 }
 
-void FindTextBase::onFinished(std::vector<FindTextItem> items, std::int64_t tag,
-                              const Error* error) {
+void FindTextBase::onFinished(std::vector<FindTextItem>, std::int64_t, const Error* error) {
+  std::lock_guard lock(mutex_);
+  if (error) _error = *error;
+}
+
+void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t tag,
+                                 const Error* error) {
   std::lock_guard lock(mutex_);
   if (error) {
     _error = *error;
@@ -161,6 +166,11 @@ void FindTextInStrings::executeFinished() {
   if (_delegate) _delegate->onFinishFindText(*this);
 }
 
+void FindTextInStrings::onFinished(std::vector<FindTextItem> items, std::int64_t tag,
+                                   const Error* error) {
+  gatherResults(std::move(items), tag, error);
+}
+
 const std::vector<FindTextItem>* FindTextInStrings::firstFindResult() const {
   auto it = _tagResults.find(0);
   return it == _tagResults.end() ? nullptr : &it->second;
@@ -192,6 +202,11 @@ void FileTextInProject::execute() {
 void FileTextInProject::executeFinished() {
   _findTextOptions.reset();
   if (_delegate) _delegate->onFinishFindText(*this);
+}
+
+void FileTextInProject::onFinished(std::vector<FindTextItem> items, std::int64_t tag,
+                                   const Error* error) {
+  gatherResults(std::move(items), tag, error);
 }
 
 const std::vector<FindTextItem>* FileTextInProject::firstFindResult() const {

@@ -49,7 +49,7 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
   virtual void executeFinished() {}
   // The hits of tag 0, or nothing.
   virtual const std::vector<FindTextItem>* firstFindResult() const { return nullptr; }
-  // A worker's answer, on the worker's thread.
+  // A worker's answer, on the worker's thread. Here only an error is kept.
   virtual void onFinished(std::vector<FindTextItem> items, std::int64_t tag, const Error* error);
 
   std::unique_ptr<OperationQueue> queue;
@@ -78,6 +78,9 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
   // Waits for the workers, then executeFinished().
   void finishWhenDone();
   bool isCancelledSearch() const;
+  // Under the lock: an error is kept and nothing else changes; a list with
+  // hits joins the results under its tag, in the order of arrival.
+  void gatherResults(std::vector<FindTextItem> items, std::int64_t tag, const Error* error);
 
   mutable std::mutex mutex_;
 
@@ -99,6 +102,7 @@ class FindTextInStrings : public FindTextBase {
   void execute() override;
   void executeFinished() override;
   const std::vector<FindTextItem>* firstFindResult() const override;
+  void onFinished(std::vector<FindTextItem> items, std::int64_t tag, const Error* error) override;
 };
 
 // Over files: each is read and decoded as the options say. A file with a NUL
@@ -120,6 +124,7 @@ class FileTextInProject : public FindTextBase {
   void execute() override;
   void executeFinished() override;
   const std::vector<FindTextItem>* firstFindResult() const override;
+  void onFinished(std::vector<FindTextItem> items, std::int64_t tag, const Error* error) override;
 
   std::vector<std::string> _files;
 
