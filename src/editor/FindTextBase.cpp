@@ -9,6 +9,7 @@
 #endif
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -218,10 +219,46 @@ namespace {
 
 // The needle as bytes when a file's raw bytes can rule a hit out: an exact,
 // literal search for plain ASCII. Empty otherwise.
+// The literal run a regular expression's every match starts with: its
+// leading letters, digits, "_" and spaces, when no "|" outside a group or
+// class can offer another start. A unit followed by a quantifier may be
+// absent, so the run stops before it.
+std::u16string regexPrefix(std::u16string_view p) {
+  if (p.starts_with(u"\\b")) p.remove_prefix(2);
+  int depth = 0;
+  bool inClass = false;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    const char16_t c = p[i];
+    if (c == u'\\') {
+      ++i;
+    } else if (inClass) {
+      if (c == u']') inClass = false;
+    } else if (c == u'[') {
+      inClass = true;
+    } else if (c == u'(') {
+      ++depth;
+    } else if (c == u')') {
+      --depth;
+    } else if (c == u'|' && depth <= 0) {
+      return {};
+    }
+  }
+  std::size_t n = 0;
+  while (n < p.size() && p[n] < 0x80 &&
+         (std::isalnum(static_cast<unsigned char>(p[n])) || p[n] == u'_' || p[n] == u' ')) {
+    ++n;
+  }
+  if (n < p.size() && (p[n] == u'*' || p[n] == u'?' || p[n] == u'{') && n > 0) --n;
+  return std::u16string(p.substr(0, n));
+}
+
 std::string asciiNeedle(const FindTextOptions& options) {
-  if (options._isRegex || options._findString.empty()) return {};
+  if (options._findString.empty()) return {};
+  const std::u16string prefix = options._isRegex ? regexPrefix(options._findString) : u"";
+  const std::u16string_view needle = options._isRegex ? prefix : options._findString;
+  if (needle.empty()) return {};
   std::string out;
-  for (char16_t c : options._findString) {
+  for (char16_t c : needle) {
     if (c == 0 || c >= 0x80) return {};
     // Ignoring case, plain ASCII folds to lower case and nothing else.
     if (options._isCaseSensitive && c >= u'A' && c <= u'Z') c += 32;

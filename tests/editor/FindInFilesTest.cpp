@@ -6,6 +6,7 @@
 
 #include "editor/FindTextBase.h"
 #include "platform/NotificationCenter.h"
+#include "platform/Unicode.h"
 #include "support/TestSupport.h"
 
 namespace harbor {
@@ -139,6 +140,15 @@ TEST(FindInFilesTest, ProjectFilesAreDecodedSniffedAndNotFollowedThroughLinks) {
   finder->execute();
   EXPECT_EQ(finder->findResultNumber, 2u);
   EXPECT_EQ(finder->_tagResults.at(0)[0]._range.location, 42u);
+
+  // Nor may a pattern's literal start rule out a file it matches.
+  for (const char* pattern : {"KX?EY", "ke[y]", "zz|key", "(zz)?key", "\\ba Ke"}) {
+    options = FindTextOptions::instanceWithString(toUtf16(pattern));
+    options->_isAutoEncoding = options->_isCaseSensitive = options->_isRegex = true;
+    finder = FileTextInProject::instanceWithFiles({(dir / "case.txt").string()}, options);
+    finder->execute();
+    EXPECT_EQ(finder->findResultNumber, 1u) << pattern;
+  }
 
   // A chosen encoding decodes every file with it.
   options = FindTextOptions::instanceWithString(u"\u043f\u0440\u0438\u0432\u0435\u0442");
