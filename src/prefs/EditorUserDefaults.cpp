@@ -4,11 +4,11 @@
 #include <set>
 #include <system_error>
 
-#include "prefs/EditorUtils.h"
-#include "prefs/PreferenceKeys.h"
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
 #include "platform/UserDefaults.h"
+#include "prefs/EditorUtils.h"
+#include "prefs/PreferenceKeys.h"
 
 namespace harbor {
 namespace {
@@ -69,7 +69,8 @@ bool save(const char* key, std::string_view value, std::string_view file, Error*
     }
   }
   if (!oldFile.empty()) settings.erase(std::string(oldFile));
-  settings[std::string(file)] = EditorUserDefaults::getExtensionsValidString(entries);
+  // Kept as typed: the list screen shows the user's own text back.
+  settings[std::string(file)] = std::string(value);
   return writeStore(key, settings);
 }
 

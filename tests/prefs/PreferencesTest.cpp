@@ -37,7 +37,8 @@ TEST_F(Preferences, SyntaxAssignmentsRefuseEmptyAndTakenValues) {
   EXPECT_NE(error.domain.find("php"), std::string::npos);
   EXPECT_EQ(EditorUserDefaults::getEditorSynaxSettings().count("b.stx"), 0u);
   // The same file may take its own values again.
-  EXPECT_TRUE(EditorUserDefaults::saveEditorSyntaxSettings("php;phtml", "a.stx", &error));
+  EXPECT_TRUE(EditorUserDefaults::saveEditorSyntaxSettings("php;phtml,,", "a.stx", &error));
+  EXPECT_EQ(EditorUserDefaults::getEditorSynaxSettings().at("a.stx"), "php;phtml,,");
   EXPECT_EQ(EditorUserDefaults::getAllExtensionsToFileName(),
             (std::map<std::string, std::string>{{"php", "a.stx"}, {"phtml", "a.stx"}}));
 

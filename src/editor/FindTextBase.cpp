@@ -1,0 +1,419 @@
+#include "editor/FindTextBase.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+
+#include "encoding/DetectorCharacter.h"
+#include "encoding/EncodingUtil.h"
+#include "encoding/FileBytes.h"
+#include "encoding/StringEncodings.h"
+#include "platform/Cancellation.h"
+#include "platform/Log.h"
+
+namespace harbor {
+
+// ---- FindTextBase ------------------------------------------------------------------
+
+std::shared_ptr<FindTextBase> FindTextBase::instanceWithOptions(
+    std::shared_ptr<FindTextOptions> options, IFindTextBase* delegate) {
+  return makeFinder<FindTextBase>(std::move(options), delegate);
+}
+
+FindTextBase::~FindTextBase() {
+  if (cancelObserver_) NotificationCenter::defaultCenter().removeObserver(cancelObserver_);
+}
+
+void FindTextBase::initQueue() {
+  queue = std::make_unique<OperationQueue>(kMaxWorkers, "FindText");
+  std::weak_ptr<FindTextBase> weak = weak_from_this();
+  cancelObserver_ = NotificationCenter::defaultCenter().addObserver(
+      FileFindReplaceCancelNotification, [weak](const NotificationCenter::Notification&) {
+        if (auto self = weak.lock()) self->cancel();
+      });
+}
+
+void FindTextBase::cancel() {
+  std::lock_guard lock(mutex_);
+  cancelled_ = true;
+  if (queue) queue->cancelAllOperations();
+}
+
+bool FindTextBase::isCancelledSearch() const {
+  std::lock_guard lock(mutex_);
+  return cancelled_;
+}
+
+bool FindTextBase::addWorker(std::shared_ptr<Operation> worker) {
+  // Under the lock, so a cancel either sees this worker queued or stops the
+  // loop before it.
+  std::lock_guard lock(mutex_);
+  if (cancelled_) return false;
+  worker->setQueuePriority(QueuePriority::VeryHigh);
+  queue->addOperation(std::move(worker));
+  return true;
+}
+
+void FindTextBase::finishWhenDone() {
+  queue->waitUntilAllOperationsAreFinished();
+  executeFinished();
+}
+
+void FindTextBase::onFinished(std::vector<FindTextItem>, std::int64_t, const Error* error) {
+  std::lock_guard lock(mutex_);
+  if (error) _error = *error;
+}
+
+void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t tag,
+                                 const Error* error) {
+  std::lock_guard lock(mutex_);
+  if (error) {
+    _error = *error;
+    return;
+  }
+  if (items.empty()) return;
+  findResultNumber += items.size();
+  if (!_tagResults.count(tag)) _resultsObjects.push_back(tag);
+  _tagResults[tag] = std::move(items);
+}
+
+// ---- workers ------------------------------------------------------------------------
+
+void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
+                                   bool countLines) {
+  if (!_findTextDelegate) return;
+  if (readError) {
+    _findTextDelegate->onFinished({}, _tag, readError);
+    return;
+  }
+  Error error;
+  std::vector<FindTextItem> items =
+      FindTextInString::findTextItems(text, *_findTextOptions, &error);
+  if (!error.message.empty()) {
+    _findTextDelegate->onFinished({}, _tag, &error);
+    return;
+  }
+  std::size_t line = 1, at = 0;
+  for (auto& item : items) {
+    item._tag = _tag;
+    if (!countLines) continue;
+    const std::size_t to = std::min(item._range.location, text.size());
+    line += static_cast<std::size_t>(std::count(text.begin() + at, text.begin() + to, u'\n'));
+    at = to;
+    item._lineNumber = line;
+  }
+  _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
+}
+
+void FileTextInStringsOperation::main() {
+  report(_source, nullptr, false);
+}
+
+void FileTextInProjectOperation::main() {
+  Error error;
+  std::optional<std::u16string> text =
+      FileTextInProject::readFileText(_filePath, *_findTextOptions, &error);
+  if (!text) {
+    if (!error.message.empty()) report({}, &error, true);
+    return;
+  }
+  report(*text, nullptr, true);
+}
+
+// ---- FindTextInStrings --------------------------------------------------------------
+
+void FindTextInStrings::execute() {
+  if (_findTextOptions) {
+    // Workers share the options read-only from here on.
+    FindTextInString::markWordBoundaries(*_findTextOptions);
+    const auto& sources = _findTextOptions->_sourceObjects;
+    const auto& ids = _findTextOptions->_sourceObjectsId;
+    const auto& urls = _findTextOptions->_sourceURLs;
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      if (isCurrentThreadCancelled()) break;
+      const std::string id = i < ids.size() ? ids[i] : std::string();
+      const auto tag = static_cast<std::int64_t>(std::hash<std::string>{}(id));
+      {
+        std::lock_guard lock(mutex_);
+        _tagSource[tag] = i < urls.size() ? urls[i] : std::string();
+      }
+      auto worker = std::make_shared<FileTextInStringsOperation>();
+      worker->_findTextOptions = _findTextOptions;
+      worker->_findTextDelegate = this;
+      worker->_tag = tag;
+      worker->_source = sources[i];
+      if (!addWorker(std::move(worker))) break;
+    }
+  }
+  finishWhenDone();
+}
+
+void FindTextInStrings::executeFinished() {
+  if (_findTextOptions) {
+    _findTextOptions->_sourceObjects.clear();
+    _findTextOptions->_sourceObjectsId.clear();
+  }
+  _findTextOptions.reset();
+  if (_delegate) _delegate->onFinishFindText(*this);
+}
+
+void FindTextInStrings::onFinished(std::vector<FindTextItem> items, std::int64_t tag,
+                                   const Error* error) {
+  gatherResults(std::move(items), tag, error);
+}
+
+const std::vector<FindTextItem>* FindTextInStrings::firstFindResult() const {
+  auto it = _tagResults.find(0);
+  return it == _tagResults.end() ? nullptr : &it->second;
+}
+
+// ---- FileTextInProject --------------------------------------------------------------
+
+void FileTextInProject::execute() {
+  if (_findTextOptions) {
+    FindTextInString::markWordBoundaries(*_findTextOptions);
+    for (std::size_t i = 0; i < _files.size(); ++i) {
+      if (isCurrentThreadCancelled()) break;
+      const auto tag = static_cast<std::int64_t>(i);
+      {
+        std::lock_guard lock(mutex_);
+        _tagSource[tag] = _files[i];
+      }
+      auto worker = std::make_shared<FileTextInProjectOperation>();
+      worker->_findTextOptions = _findTextOptions;
+      worker->_findTextDelegate = this;
+      worker->_tag = tag;
+      worker->_filePath = _files[i];
+      if (!addWorker(std::move(worker))) break;
+    }
+  }
+  finishWhenDone();
+}
+
+void FileTextInProject::executeFinished() {
+  _findTextOptions.reset();
+  if (_delegate) _delegate->onFinishFindText(*this);
+}
+
+void FileTextInProject::onFinished(std::vector<FindTextItem> items, std::int64_t tag,
+                                   const Error* error) {
+  gatherResults(std::move(items), tag, error);
+}
+
+const std::vector<FindTextItem>* FileTextInProject::firstFindResult() const {
+  auto it = _tagResults.find(0);
+  return it == _tagResults.end() ? nullptr : &it->second;
+}
+
+namespace {
+
+// The needle as bytes when a file's raw bytes can rule a hit out: an exact,
+// literal search for plain ASCII. Empty otherwise.
+// The literal run a regular expression's every match starts with: its
+// leading letters, digits, "_" and spaces, when no "|" outside a group or
+// class can offer another start. A unit followed by a quantifier may be
+// absent, so the run stops before it.
+std::u16string regexPrefix(std::u16string_view p) {
+  if (p.starts_with(u"\\b")) p.remove_prefix(2);
+  int depth = 0;
+  bool inClass = false;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    const char16_t c = p[i];
+    if (c == u'\\') {
+      ++i;
+    } else if (inClass) {
+      if (c == u']') inClass = false;
+    } else if (c == u'[') {
+      inClass = true;
+    } else if (c == u'(') {
+      ++depth;
+    } else if (c == u')') {
+      --depth;
+    } else if (c == u'|' && depth <= 0) {
+      return {};
+    }
+  }
+  std::size_t n = 0;
+  while (n < p.size() && p[n] < 0x80 &&
+         (std::isalnum(static_cast<unsigned char>(p[n])) || p[n] == u'_' || p[n] == u' ')) {
+    ++n;
+  }
+  if (n < p.size() && (p[n] == u'*' || p[n] == u'?' || p[n] == u'{') && n > 0) --n;
+  return std::u16string(p.substr(0, n));
+}
+
+std::string asciiNeedle(const FindTextOptions& options) {
+  if (options._findString.empty()) return {};
+  const std::u16string prefix = options._isRegex ? regexPrefix(options._findString) : u"";
+  const std::u16string_view needle = options._isRegex ? prefix : options._findString;
+  if (needle.empty()) return {};
+  std::string out;
+  for (char16_t c : needle) {
+    if (c == 0 || c >= 0x80) return {};
+    // Ignoring case, plain ASCII folds to lower case and nothing else.
+    if (options._isCaseSensitive && c >= u'A' && c <= u'Z') c += 32;
+    out += static_cast<char>(c);
+  }
+  return out;
+}
+
+bool isAsciiLetter(char c) {
+  return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
+}
+
+// Whether ASCII `data` holds `lower` (a lower-case needle) in any case.
+// Candidates come from the first and last byte, sixteen positions at a time.
+bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
+  const std::size_t m = lower.size(), n = data.size();
+  if (m == 0 || n < m) return false;
+  const char* h = data.data();
+  const char first = lower.front(), last = lower.back();
+  const char firstOr = isAsciiLetter(first) ? 0x20 : 0, lastOr = isAsciiLetter(last) ? 0x20 : 0;
+  auto confirm = [&](std::size_t at) {
+    for (std::size_t k = 0; k < m; ++k) {
+      const char c = h[at + k];
+      if ((isAsciiLetter(c) ? static_cast<char>(c | 0x20) : c) != lower[k]) return false;
+    }
+    return true;
+  };
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
+  const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
+  for (; i + 16 + m - 1 <= n; i += 16) {
+    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
+    const __m128i b =
+        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (confirm(i + bit)) return true;
+      mask &= mask - 1;
+    }
+  }
+#endif
+  for (; i + m <= n; ++i) {
+    if (static_cast<char>(h[i] | firstOr) == first && confirm(i)) return true;
+  }
+  return false;
+}
+
+bool isAscii(std::string_view data) {
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  __m128i seen = _mm_setzero_si128();
+  for (; i + 16 <= data.size(); i += 16) {
+    seen = _mm_or_si128(seen, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
+  }
+  if (_mm_movemask_epi8(seen)) return false;
+#endif
+  unsigned char rest = 0;
+  for (; i < data.size(); ++i) rest |= p[i];
+  return !(rest & 0x80);
+}
+
+// Widens bytes to UTF-16 units; false (with `out` unspecified) when a byte
+// is not ASCII.
+bool widenAscii(std::string_view data, std::u16string& out) {
+  out.resize(data.size());
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  char16_t* o = out.data();
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  for (; i + 16 <= data.size(); i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    if (_mm_movemask_epi8(v)) return false;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), _mm_unpacklo_epi8(v, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i + 8), _mm_unpackhi_epi8(v, zero));
+  }
+#endif
+  for (; i < data.size(); ++i) {
+    if (p[i] & 0x80) return false;
+    o[i] = p[i];
+  }
+  return true;
+}
+
+// Small files are read in one call: mapping them costs more than copying.
+constexpr std::size_t kReadLimit = 1 << 20;
+
+}  // namespace
+
+std::optional<std::u16string> FileTextInProject::readFileText(const std::string& path,
+                                                              const FindTextOptions& options,
+                                                              Error* error) {
+  // O_NOFOLLOW: a link is not followed, it may lead out of the tree or round
+  // in a loop.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    if (errno != ENOENT && errno != ELOOP && error) {
+      *error = cannotReadError(path, std::strerror(errno));
+    }
+    return std::nullopt;
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return std::nullopt;
+  }
+  std::string small;
+  std::optional<FileBytes> mapped;
+  std::string_view data;
+  if (static_cast<std::size_t>(st.st_size) <= kReadLimit) {
+    small.resize(static_cast<std::size_t>(st.st_size));
+    std::size_t got = 0;
+    while (got < small.size()) {
+      const ssize_t n = ::read(fd, small.data() + got, small.size() - got);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        if (error) *error = cannotReadError(path, std::strerror(errno));
+        ::close(fd);
+        return std::nullopt;
+      }
+      if (n == 0) break;
+      got += static_cast<std::size_t>(n);
+    }
+    small.resize(got);
+    data = small;
+    ::close(fd);
+  } else {
+    ::close(fd);
+    mapped = FileBytes::read(path, error);
+    if (!mapped) return std::nullopt;
+    data = mapped->view();
+  }
+  if (data.substr(0, kBinarySniff).find('\0') != std::string_view::npos) return std::nullopt;
+
+  if (options._isAutoEncoding || options._encodingName.empty()) {
+    // Plain ASCII reads the same in every candidate; no detector needed, and
+    // a file without the needle's bytes holds no hit.
+    const std::string needle = asciiNeedle(options);
+    if (!needle.empty() &&
+        !(options._isCaseSensitive
+              ? containsIgnoringAsciiCase(data, needle)
+              : ::memmem(data.data(), data.size(), needle.data(), needle.size()) != nullptr) &&
+        isAscii(data)) {
+      return std::nullopt;
+    }
+    std::u16string text;
+    if (widenAscii(data, text)) return text;
+    return DetectorCharacter::detectorWithData(data, nullptr);
+  }
+  return StringEncodings::decodeAsChosen(
+      data, EncodingUtil::convertStringToNSStringEncoding(options._encodingName));
+}
+
+}  // namespace harbor

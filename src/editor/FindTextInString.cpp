@@ -1,0 +1,469 @@
+#include "editor/FindTextInString.h"
+
+#include <unicode/regex.h>
+#include <unicode/uchar.h>
+#include <unicode/utf16.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <sstream>
+
+#include "platform/Cancellation.h"
+#include "platform/Strings.h"
+#include "platform/Unicode.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace harbor {
+namespace {
+
+constexpr std::size_t npos = static_cast<std::size_t>(-1);
+// Backtracking memory one match may use before it counts as a runaway.
+constexpr int32_t kRegexStackLimit = 32 * 1024 * 1024;
+
+// Unicode letters, marks and digits, plus "_" and "-": a hit touching one of
+// these is part of a longer word.
+bool isWordUnit(char16_t c) {
+  if (c == u'_' || c == u'-') return true;
+  if (c < 0x80) return (c >= u'0' && c <= u'9') || ((c | 0x20) >= u'a' && (c | 0x20) <= u'z');
+  const int32_t mask = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK;
+  return (U_GET_GC_MASK(static_cast<UChar32>(c)) & mask) != 0;
+}
+
+// Simple case folding that keeps every offset where it was, so hits in the
+// folded copy are hits in the source.
+void foldInto(std::u16string_view in, std::u16string& out) {
+  out.resize(in.size());
+  const std::size_t n = in.size();
+  constexpr std::size_t kChunk = 32;
+  std::size_t i = 0;
+  while (i < n) {
+    // Runs of ASCII, the usual case in source code, fold without branches.
+    if (i + kChunk <= n) {
+      char16_t seen = 0;
+      for (std::size_t k = 0; k < kChunk; ++k) seen |= in[i + k];
+      if (seen < 0x80) {
+        for (std::size_t k = 0; k < kChunk; ++k) {
+          const char16_t c = in[i + k];
+          out[i + k] = static_cast<char16_t>(c + (static_cast<unsigned>(c - u'A') < 26u ? 32 : 0));
+        }
+        i += kChunk;
+        continue;
+      }
+    }
+    for (const std::size_t end = std::min(n, i + kChunk); i < end;) {
+      const char16_t c = in[i];
+      if (c < 0x80) {
+        out[i++] = (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + 32) : c;
+        continue;
+      }
+      if (U16_IS_LEAD(c) && i + 1 < n && U16_IS_TRAIL(in[i + 1])) {
+        const UChar32 f = u_foldCase(U16_GET_SUPPLEMENTARY(c, in[i + 1]), U_FOLD_CASE_DEFAULT);
+        const bool pair = f > 0xFFFF;
+        out[i] = pair ? U16_LEAD(f) : c;
+        out[i + 1] = pair ? U16_TRAIL(f) : in[i + 1];
+        i += 2;
+        continue;
+      }
+      if (U16_IS_SURROGATE(c)) {
+        out[i++] = c;
+        continue;
+      }
+      const UChar32 f = u_foldCase(c, U_FOLD_CASE_DEFAULT);
+      out[i++] = (f <= 0xFFFF && !U16_IS_SURROGATE(f)) ? static_cast<char16_t>(f) : c;
+    }
+  }
+}
+
+// The next occurrence of `needle` at or after `from`. Candidates are found by
+// the first and last unit together, eight positions at a time.
+std::size_t findUnits(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
+  const std::size_t m = needle.size(), n = hay.size();
+  if (m == 0 || from > n || n - from < m) return npos;
+  const char16_t* h = hay.data();
+  const char16_t first = needle[0], last = needle[m - 1];
+  const std::size_t lastStart = n - m;
+  std::size_t i = from;
+  auto confirm = [&](std::size_t at) {
+    return m <= 2 || std::memcmp(h + at + 1, needle.data() + 1, (m - 2) * sizeof(char16_t)) == 0;
+  };
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi16(static_cast<short>(first));
+  const __m128i vl = _mm_set1_epi16(static_cast<short>(last));
+  while (i + 8 <= lastStart + 1) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(a, vf), _mm_cmpeq_epi16(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      const std::size_t at = i + bit / 2;
+      if (confirm(at)) return at;
+      mask &= ~(3u << bit);
+    }
+    i += 8;
+  }
+#endif
+  for (; i <= lastStart; ++i) {
+    if (h[i] == first && h[i + m - 1] == last && confirm(i)) return i;
+  }
+  return npos;
+}
+
+// Start of the line holding `location`, looking back at most `limit` units;
+// a longer line starts at the limit (never inside a surrogate pair).
+std::size_t lineStart(std::u16string_view s, std::size_t location, std::size_t limit) {
+  location = std::min(location, s.size());
+  if (location == 0) return 0;
+  const std::size_t lower = limit >= location ? 0 : location - limit;
+  for (std::size_t i = location; i > lower; --i) {
+    if (s[i - 1] == u'\n') return i;
+  }
+  if (lower > 0 && lower < s.size() && U16_IS_TRAIL(s[lower]) && U16_IS_LEAD(s[lower - 1])) {
+    return lower + 1;
+  }
+  return lower;
+}
+
+// End of the line holding `end` (the offset of its "\n"), looking ahead at
+// most `limit` units.
+std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
+  if (end >= s.size()) return end;
+  const std::size_t upper = (limit >= s.size() - end) ? s.size() : end + limit;
+  const auto* begin = s.data() + end;
+  const auto* stop = s.data() + upper;
+  const auto* nl = std::find(begin, stop, u'\n');
+  if (nl != stop) return static_cast<std::size_t>(nl - s.data());
+  if (upper < s.size() && upper > end && U16_IS_LEAD(s[upper - 1]) && U16_IS_TRAIL(s[upper])) {
+    return upper - 1;
+  }
+  return upper;
+}
+
+FindTextItem makeItem(std::u16string_view source, TextRange range) {
+  FindTextItem item;
+  item._range = range;
+  const std::size_t start = lineStart(source, range.location, FindTextInString::kShowedContext);
+  const std::size_t end = lineEnd(source, range.end(), FindTextInString::kShowedContext);
+  item._showedRange = TextRange{start, end - start};
+  item._showedText = std::u16string(source.substr(start, end - start));
+  return item;
+}
+
+std::string withArgument(const char* key, std::string_view argument) {
+  std::string text = localizedString(key);
+  if (auto at = text.find("%@"); at != std::string::npos) text.replace(at, 2, argument);
+  return text;
+}
+
+// Runs a literal search, calling `onHit` for each hit that passes the word
+// test. False when the thread was cancelled before the end.
+template <class OnHit>
+bool literalSearch(std::u16string_view source, const FindTextOptions& options, OnHit&& onHit) {
+  const std::u16string_view needle = options._findString;
+  if (source.empty() || needle.empty() || needle.size() > source.size()) return true;
+  std::u16string foldedSource, foldedNeedle;
+  std::u16string_view hay = source, pattern = needle;
+  if (options._isCaseSensitive) {
+    foldInto(source, foldedSource);
+    foldInto(needle, foldedNeedle);
+    hay = foldedSource;
+    pattern = foldedNeedle;
+  }
+  std::size_t from = 0;
+  while (from < hay.size()) {
+    const std::size_t at = findUnits(hay, pattern, from);
+    if (at == npos) break;
+    const TextRange range{at, pattern.size()};
+    bool take = true;
+    if (options._isMatchWord) {
+      const char16_t before = FindTextInString::getPreviousChar(source, range.location);
+      const char16_t after = FindTextInString::getNextChar(source, range.end() - 1);
+      take = !(before && isWordUnit(before)) && !(after && isWordUnit(after));
+    }
+    if (take) onHit(range);
+    from = range.end();
+    if (isCurrentThreadCancelled()) return false;
+  }
+  return true;
+}
+
+UBool U_CALLCONV keepMatching(const void*, int32_t) {
+  return !isCurrentThreadCancelled();
+}
+// Called at every start position the search tries: only one in 64K looks
+// at the thread, or the looking costs more than the search.
+UBool U_CALLCONV keepFinding(const void*, int64_t matchIndex) {
+  return (matchIndex & 0xFFFF) != 0 || !isCurrentThreadCancelled();
+}
+
+enum class RegexOutcome { Done, Cancelled, Failed };
+
+// All matches of `pattern` over `source`. Each match gets the whole time
+// limit: the matcher restarts at every match's end.
+template <class OnMatch>
+RegexOutcome regexSearch(std::u16string_view source, std::u16string_view pattern, bool ignoreCase,
+                         Error* error, OnMatch&& onMatch) {
+  auto failWith = [&](long code, std::string message) {
+    if (error) *error = Error{kFindTextErrorDomain, code, std::move(message)};
+    return RegexOutcome::Failed;
+  };
+  if (source.size() > static_cast<std::size_t>(INT32_MAX) ||
+      pattern.size() > static_cast<std::size_t>(INT32_MAX)) {
+    return failWith(U_INDEX_OUTOFBOUNDS_ERROR, localizedString("FindTextTooLarge"));
+  }
+  UErrorCode status = U_ZERO_ERROR;
+  UParseError parseError{};
+  const icu::UnicodeString patternText(false, pattern.data(), static_cast<int32_t>(pattern.size()));
+  std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(
+      patternText, ignoreCase ? UREGEX_CASE_INSENSITIVE : 0, parseError, status));
+  if (U_FAILURE(status) || !compiled) {
+    return failWith(status, withArgument("FindInvalidPattern", toUtf8(pattern)));
+  }
+  const icu::UnicodeString input(false, source.data(), static_cast<int32_t>(source.size()));
+  std::unique_ptr<icu::RegexMatcher> matcher(compiled->matcher(input, status));
+  if (U_FAILURE(status) || !matcher) {
+    return failWith(status, withArgument("FindInvalidPattern", toUtf8(pattern)));
+  }
+  matcher->setTimeLimit(FindTextInString::regexTimeLimit(), status);
+  matcher->setStackLimit(kRegexStackLimit, status);
+  matcher->setMatchCallback(keepMatching, nullptr, status);
+  matcher->setFindProgressCallback(keepFinding, nullptr, status);
+  const int32_t groups = matcher->groupCount();
+  const int64_t length = static_cast<int64_t>(source.size());
+  int64_t from = 0;
+  RegexMatchResult result;
+  while (from <= length) {
+    status = U_ZERO_ERROR;
+    if (!matcher->find(from, status)) break;
+    result.ranges.clear();
+    for (int32_t g = 0; g <= groups; ++g) {
+      const int64_t s = matcher->start64(g, status), e = matcher->end64(g, status);
+      result.ranges.push_back(
+          s < 0 ? TextRange{RegexMatchResult::kNoGroup, 0}
+                : TextRange{static_cast<std::size_t>(s), static_cast<std::size_t>(e - s)});
+    }
+    onMatch(result);
+    const TextRange whole = result.ranges.front();
+    from = static_cast<int64_t>(whole.end());
+    if (whole.length == 0) {
+      // An empty match moves on by one character, or it would be found again.
+      from += (whole.end() + 1 < source.size() && U16_IS_LEAD(source[whole.end()]) &&
+               U16_IS_TRAIL(source[whole.end() + 1]))
+                  ? 2
+                  : 1;
+    }
+  }
+  if (status == U_REGEX_STOPPED_BY_CALLER || isCurrentThreadCancelled()) {
+    return RegexOutcome::Cancelled;
+  }
+  if (status == U_REGEX_TIME_OUT) {
+    return failWith(status, withArgument("FindTimeOut", toUtf8(pattern)));
+  }
+  if (status == U_REGEX_STACK_OVERFLOW) {
+    return failWith(status, withArgument("FindTimeOut", toUtf8(pattern)));
+  }
+  if (U_FAILURE(status) && status != U_INDEX_OUTOFBOUNDS_ERROR) {
+    return failWith(status, withArgument("FindInvalidPattern", toUtf8(pattern)));
+  }
+  return RegexOutcome::Done;
+}
+
+}  // namespace
+
+std::atomic<std::int32_t> FindTextInString::timeLimit_{5000};
+
+std::shared_ptr<FindTextOptions> FindTextOptions::instanceWithString(std::u16string findString) {
+  auto options = std::make_shared<FindTextOptions>();
+  options->_findString = std::move(findString);
+  return options;
+}
+
+TextRange FindTextItem::rangeInShowRange() const {
+  return TextRange{_range.location - _showedRange.location, _range.length};
+}
+
+FindTextHighlight FindTextItem::attributedString() const {
+  FindTextHighlight out;
+  out.text = _showedText;
+  out.range = rangeInShowRange();
+  out.foregroundColor = Color::rgb(255, 0, 0);
+  out.backgroundColor = Color::rgb(211, 211, 211);
+  out.underline = true;
+  return out;
+}
+
+std::string FindTextItem::description() const {
+  std::ostringstream out;
+  out << "<FindTextItem:" << static_cast<const void*>(this) << ">Range:" << toString(_range);
+  return out.str();
+}
+
+std::vector<TextRange> FindTextItem::rangesOfStringInDocument(std::u16string_view string,
+                                                              std::u16string_view source) {
+  std::vector<TextRange> out;
+  for (std::size_t at = findUnits(source, string, 0); at != npos;
+       at = findUnits(source, string, at + string.size())) {
+    out.push_back(TextRange{at, string.size()});
+  }
+  return out;
+}
+
+void FindTextInString::setRegexTimeLimit(std::int32_t limit) {
+  timeLimit_.store(limit);
+}
+std::int32_t FindTextInString::regexTimeLimit() {
+  return timeLimit_.load();
+}
+
+void FindTextInString::markWordBoundaries(FindTextOptions& options) {
+  if (!options._isRegex || !options._isMatchWord) return;
+  std::u16string& p = options._findString;
+  if (!p.starts_with(u"\\b")) p.insert(0, u"\\b");
+  if (!p.ends_with(u"\\b")) p += u"\\b";
+}
+
+std::vector<FindRangeObject> FindTextInString::findText(std::u16string_view source,
+                                                        FindTextOptions& options, Error* error) {
+  if (options._isRegex) {
+    std::vector<FindRangeObject> out;
+    for (const auto& match : findTextWithRegex(source, options, error)) {
+      out.push_back(FindRangeObject::instanseWithRange(match.range()));
+    }
+    return out;
+  }
+  return findText(source, options, error, {});
+}
+
+std::vector<FindRangeObject> FindTextInString::findText(std::u16string_view source,
+                                                        FindTextOptions& options, Error*,
+                                                        const RangeBlock& block) {
+  std::vector<FindRangeObject> results;
+  literalSearch(source, options, [&](TextRange range) {
+    results.push_back(FindRangeObject::instanseWithRange(range));
+    if (block) block(results, options, range);
+  });
+  return results;
+}
+
+std::vector<RegexMatchResult> FindTextInString::findTextWithRegex(std::u16string_view source,
+                                                                  FindTextOptions& options,
+                                                                  Error* error,
+                                                                  const MatchBlock& block) {
+  std::vector<RegexMatchResult> matches;
+  if (source.empty()) return matches;
+  markWordBoundaries(options);
+  const RegexOutcome outcome =
+      regexSearch(source, options._findString, options._isCaseSensitive, error,
+                  [&](const RegexMatchResult& m) { matches.push_back(m); });
+  if (outcome != RegexOutcome::Done) return {};
+  if (block) {
+    for (const auto& m : matches) block(m);
+  }
+  return matches;
+}
+
+std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
+                                                          FindTextOptions& options, Error* error) {
+  std::vector<FindTextItem> items;
+  if (options._isRegex) {
+    findTextWithRegex(source, options, error, [&](const RegexMatchResult& m) {
+      FindTextItem item = makeItem(source, m.range());
+      if (!options._replaceString.empty()) {
+        item._replacedText = replacementStringForResult(m, source, 0, options._replaceString);
+      }
+      items.push_back(std::move(item));
+    });
+    return items;
+  }
+  literalSearch(source, options, [&](TextRange range) {
+    FindTextItem item = makeItem(source, range);
+    item._replacedText = options._replaceString;
+    items.push_back(std::move(item));
+  });
+  return items;
+}
+
+std::vector<std::u16string> FindTextInString::findTextItems(std::u16string_view source,
+                                                            std::u16string_view pattern) {
+  std::vector<std::u16string> out;
+  regexSearch(source, pattern, true, nullptr, [&](const RegexMatchResult& m) {
+    for (const TextRange& r : m.ranges) {
+      out.emplace_back(r.location == RegexMatchResult::kNoGroup
+                           ? std::u16string()
+                           : std::u16string(source.substr(r.location, r.length)));
+    }
+  });
+  return out;
+}
+
+std::size_t FindTextInString::findPrevousNewLineOrFirst(std::u16string_view source,
+                                                        TextRange range) {
+  return lineStart(source, range.location, npos);
+}
+
+std::size_t FindTextInString::findNextNewLineOrEnd(std::u16string_view source, TextRange range) {
+  return lineEnd(source, range.end(), npos);
+}
+
+char16_t FindTextInString::getPreviousChar(std::u16string_view source, std::size_t index) {
+  if (index == 0 || index > source.size()) return 0;
+  return source[index - 1];
+}
+
+char16_t FindTextInString::getNextChar(std::u16string_view source, std::size_t index) {
+  // Reads the unit after `index`; past the end there is none.
+  if (index >= source.size() || index + 1 >= source.size()) return 0;
+  return source[index + 1];
+}
+
+std::u16string FindTextInString::replacementStringForResult(const RegexMatchResult& result,
+                                                            std::u16string_view source,
+                                                            std::ptrdiff_t offset,
+                                                            std::u16string_view templ) {
+  std::u16string out;
+  const std::size_t groups = result.ranges.empty() ? 0 : result.ranges.size() - 1;
+  for (std::size_t i = 0; i < templ.size(); ++i) {
+    const char16_t c = templ[i];
+    if (c == u'\\' && i + 1 < templ.size()) {
+      out += templ[++i];
+      continue;
+    }
+    if (c == u'$' && i + 1 < templ.size() && templ[i + 1] >= u'0' && templ[i + 1] <= u'9') {
+      std::size_t group = templ[++i] - u'0';
+      // Further digits belong to the number while it still names a group.
+      while (i + 1 < templ.size() && templ[i + 1] >= u'0' && templ[i + 1] <= u'9' &&
+             group * 10 + (templ[i + 1] - u'0') <= groups) {
+        group = group * 10 + (templ[++i] - u'0');
+      }
+      if (group <= groups) {
+        const TextRange r = result.ranges[group];
+        if (r.location != RegexMatchResult::kNoGroup) {
+          const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(r.location) + offset;
+          if (at >= 0 && static_cast<std::size_t>(at) + r.length <= source.size()) {
+            out += source.substr(static_cast<std::size_t>(at), r.length);
+          }
+        }
+      }
+      continue;
+    }
+    out += c;
+  }
+  return out;
+}
+
+std::u16string FindTextInString::transformStringToPattern(std::u16string_view text) {
+  std::u16string out;
+  out.reserve(text.size() * 2);
+  for (char16_t c : text) {
+    out += u'\\';
+    out += c;
+  }
+  return out;
+}
+
+}  // namespace harbor

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Error.h"
+#include "platform/TextStorage.h"
+
+namespace harbor {
+
+inline constexpr const char* kFindTextErrorDomain = "FindTextErrorDomain";
+
+// What to look for and how; shared read-only by the workers of a search over
+// many texts once the driver has prepared it.
+struct FindTextOptions {
+  static std::shared_ptr<FindTextOptions> instanceWithString(std::u16string findString);
+
+  std::u16string _findString;
+  std::u16string _replaceString;
+  // Read as "ignore case": true searches without regard to case. Callers and
+  // stored searches rely on this reading, so it stays inverted.
+  bool _isCaseSensitive = false;
+  bool _isRegex = false;
+  bool _isMatchWord = false;
+  bool _isLoop = false;  // the caller's wrap-around; the search ignores it
+  bool _isAutoEncoding = false;
+  std::string _encodingName;
+  std::int64_t _findInType = 0;
+  // Parallel lists: texts, their identities and where they came from.
+  std::vector<std::u16string> _sourceObjects;
+  std::vector<std::string> _sourceObjectsId;
+  std::vector<std::string> _sourceURLs;
+};
+
+class FindRangeObject {
+ public:
+  static FindRangeObject instanseWithRange(TextRange range) { return FindRangeObject(range); }
+  TextRange range() const { return range_; }
+  bool operator==(const FindRangeObject&) const = default;
+
+ private:
+  explicit FindRangeObject(TextRange range) : range_(range) {}
+  TextRange range_;
+};
+
+// A hit shown in a list: the text of its line with the hit marked.
+struct FindTextHighlight {
+  std::u16string text;
+  TextRange range;
+  Color foregroundColor;
+  Color backgroundColor;
+  bool underline = false;
+};
+
+// One hit and the line around it.
+struct FindTextItem {
+  TextRange _range;
+  TextRange _showedRange;
+  std::u16string _showedText;
+  std::u16string _replacedText;
+  std::int64_t _tag = 0;
+  // 1-based line of the hit's start where the search counted lines (file
+  // searches do), else 0.
+  std::size_t _lineNumber = 0;
+
+  // `_range` relative to the start of `_showedRange`.
+  TextRange rangeInShowRange() const;
+  // Red on light grey, underlined.
+  FindTextHighlight attributedString() const;
+  std::string description() const;
+  // Every occurrence of `string` in `source`, by exact search.
+  static std::vector<TextRange> rangesOfStringInDocument(std::u16string_view string,
+                                                         std::u16string_view source);
+};
+
+// One regular-expression match: group 0 first; a group that took no part has
+// location npos.
+struct RegexMatchResult {
+  std::vector<TextRange> ranges;
+  TextRange range() const { return ranges.empty() ? TextRange{} : ranges.front(); }
+  static constexpr std::size_t kNoGroup = static_cast<std::size_t>(-1);
+};
+
+// Searches one string, literally or with a regular expression. Stateless;
+// runs on any thread and stops when the thread's work is cancelled.
+class FindTextInString {
+ public:
+  using RangeBlock = std::function<void(std::vector<FindRangeObject>& results,
+                                        const FindTextOptions& options, TextRange range)>;
+  using MatchBlock = std::function<void(const RegexMatchResult& match)>;
+
+  // Ranges of all hits, by the options' mode.
+  static std::vector<FindRangeObject> findText(std::u16string_view source, FindTextOptions& options,
+                                               Error* error);
+  // Literal search; `block` sees each hit after it joined the list.
+  static std::vector<FindRangeObject> findText(std::u16string_view source, FindTextOptions& options,
+                                               Error* error, const RangeBlock& block);
+  // Regular-expression search. A bad pattern or a match that runs out of
+  // time or memory fills `error` and gives nothing; a cancelled search gives
+  // nothing and no error.
+  static std::vector<RegexMatchResult> findTextWithRegex(std::u16string_view source,
+                                                         FindTextOptions& options, Error* error,
+                                                         const MatchBlock& block = {});
+  static std::vector<FindTextItem> findTextItems(std::u16string_view source,
+                                                 FindTextOptions& options, Error* error);
+  // All capture groups of all matches, group 0 first, ignoring case.
+  static std::vector<std::u16string> findTextItems(std::u16string_view source,
+                                                   std::u16string_view pattern);
+
+  // Word-matching regex mode wraps the pattern in "\b" once; the options keep
+  // the marks, so callers that share options do this before sharing them.
+  static void markWordBoundaries(FindTextOptions& options);
+
+  static std::size_t findPrevousNewLineOrFirst(std::u16string_view source, TextRange range);
+  static std::size_t findNextNewLineOrEnd(std::u16string_view source, TextRange range);
+  static char16_t getPreviousChar(std::u16string_view source, std::size_t index);
+  static char16_t getNextChar(std::u16string_view source, std::size_t index);
+
+  // The text a match becomes under `templ`: "$n" takes group n (as many
+  // digits as name a group), "\" takes the next unit as it stands.
+  static std::u16string replacementStringForResult(const RegexMatchResult& result,
+                                                   std::u16string_view source,
+                                                   std::ptrdiff_t offset,
+                                                   std::u16string_view templ);
+
+  // A backslash before every code unit.
+  static std::u16string transformStringToPattern(std::u16string_view text);
+
+  // Work units (roughly milliseconds) one regex match may take before it is
+  // abandoned as a runaway pattern.
+  static void setRegexTimeLimit(std::int32_t limit);
+  static std::int32_t regexTimeLimit();
+
+  // Lines longer than this show only this much around a hit on each side, so
+  // a file that is one huge line cannot make every hit carry all of it.
+  static constexpr std::size_t kShowedContext = 256;
+
+ private:
+  static std::atomic<std::int32_t> timeLimit_;
+};
+
+}  // namespace harbor

@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+
+#include "editor/FindTextBase.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Unicode.h"
+#include "support/TestSupport.h"
+
+namespace harbor {
+namespace {
+
+struct Delegate : IFindTextBase {
+  int finished = 0;
+  void onFinishFindText(FindTextBase&) override { ++finished; }
+};
+
+std::shared_ptr<FindTextOptions> stringsOptions(std::u16string pattern,
+                                                std::vector<std::u16string> texts) {
+  auto o = FindTextOptions::instanceWithString(std::move(pattern));
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    o->_sourceObjectsId.push_back("id" + std::to_string(i));
+    o->_sourceURLs.push_back("url" + std::to_string(i));
+  }
+  o->_sourceObjects = std::move(texts);
+  return o;
+}
+
+std::int64_t tagOf(const std::string& id) {
+  return static_cast<std::int64_t>(std::hash<std::string>{}(id));
+}
+
+TEST(FindInFilesTest, StringsGatherHitsByTagAndTextsWithoutHitsLeaveNone) {
+  Delegate delegate;
+  auto options = stringsOptions(u"foo", {u"foo foo", u"nothing", u"a foo"});
+  auto finder = FindTextInStrings::instanceWithOptions(options, &delegate);
+  finder->execute();
+  EXPECT_EQ(delegate.finished, 1);
+  EXPECT_EQ(finder->findResultNumber, 3u);
+  ASSERT_EQ(finder->_resultsObjects.size(), 2u);
+  EXPECT_EQ(finder->_tagResults.count(tagOf("id1")), 0u);
+  EXPECT_EQ(finder->_tagResults.at(tagOf("id0")).size(), 2u);
+  EXPECT_EQ(finder->_tagSource.at(tagOf("id2")), "url2");
+  EXPECT_EQ(finder->_tagResults.at(tagOf("id2"))[0]._tag, tagOf("id2"));
+  // The end of the search lets go of the texts and the options.
+  EXPECT_TRUE(options->_sourceObjects.empty());
+  EXPECT_EQ(finder->_findTextOptions, nullptr);
+  EXPECT_EQ(finder->firstFindResult(), nullptr);
+
+  Delegate none;
+  auto empty = FindTextInStrings::instanceWithOptions(stringsOptions(u"x", {}), &none);
+  empty->execute();
+  EXPECT_EQ(none.finished, 1);
+  EXPECT_TRUE(empty->_resultsObjects.empty());
+}
+
+TEST(FindInFilesTest, ABadPatternIsKeptAsTheErrorAndWordMarksAreSharedOnce) {
+  Delegate delegate;
+  auto options = stringsOptions(u"(", {u"a", u"b"});
+  options->_isRegex = true;
+  auto finder = FindTextInStrings::instanceWithOptions(options, &delegate);
+  finder->execute();
+  EXPECT_EQ(finder->_error.domain, kFindTextErrorDomain);
+  EXPECT_EQ(finder->findResultNumber, 0u);
+
+  options = stringsOptions(u"foo", {u"foo-bar", u"foo_bar", u"xfoo"});
+  options->_isRegex = options->_isMatchWord = true;
+  finder = FindTextInStrings::instanceWithOptions(options, &delegate);
+  finder->execute();
+  EXPECT_EQ(options->_findString, u"\\bfoo\\b");
+  EXPECT_EQ(finder->findResultNumber, 1u);
+}
+
+// Posts the cancel broadcast as soon as the first worker answers.
+class CancellingStrings : public FindTextInStrings {
+ public:
+  std::atomic<int> answers{0};
+  void onFinished(std::vector<FindTextItem> items, std::int64_t tag, const Error* error) override {
+    if (answers++ == 0) NotificationCenter::defaultCenter().post(FileFindReplaceCancelNotification);
+    FindTextInStrings::onFinished(std::move(items), tag, error);
+  }
+};
+
+TEST(FindInFilesTest, TheCancelBroadcastStopsTheWorkersAndTheSearchStillEnds) {
+  Delegate delegate;
+  std::u16string lines;
+  for (int i = 0; i < 5000; ++i) lines += u"a\n";
+  std::vector<std::u16string> texts(200, lines);
+  auto finder = FindTextInStrings::instanceWithOptions<CancellingStrings>(
+      stringsOptions(u"a", std::move(texts)), &delegate);
+  finder->execute();
+  EXPECT_EQ(delegate.finished, 1);
+  EXPECT_LT(finder->answers.load(), 200);
+  EXPECT_LT(finder->findResultNumber, 200u * 5000u);
+}
+
+TEST(FindInFilesTest, ProjectFilesAreDecodedSniffedAndNotFollowedThroughLinks) {
+  test::ScratchDir dir;
+  test::writeFile(dir / "a.txt", "one\nfoo two\r\nthree foo\n");
+  test::writeFile(dir / "bin.dat", std::string("foo\0foo", 7));
+  test::writeFile(dir / "utf8.txt", "caf\xc3\xa9 foo\n");
+  test::writeFile(dir / "cyr.txt", "\xef\xf0\xe8\xe2\xe5\xf2 foo\n");  // windows-1251
+  std::filesystem::create_symlink(dir / "a.txt", dir / "link.txt");
+  std::vector<std::string> files;
+  for (const char* name : {"a.txt", "bin.dat", "utf8.txt", "cyr.txt", "link.txt", "gone.txt"}) {
+    files.push_back((dir / name).string());
+  }
+
+  auto options = FindTextOptions::instanceWithString(u"foo");
+  options->_isAutoEncoding = true;
+  Delegate delegate;
+  auto finder = FileTextInProject::instanceWithFiles(files, options, &delegate);
+  finder->execute();
+  EXPECT_EQ(delegate.finished, 1);
+  EXPECT_TRUE(finder->_error.message.empty()) << finder->_error.message;
+  ASSERT_EQ(finder->_tagResults.count(0), 1u);
+  const auto& a = finder->_tagResults.at(0);
+  ASSERT_EQ(a.size(), 2u);
+  EXPECT_EQ(a[0]._lineNumber, 2u);
+  EXPECT_EQ(a[1]._lineNumber, 3u);
+  EXPECT_EQ(finder->_tagResults.count(1), 0u);  // binary
+  EXPECT_EQ(finder->_tagResults.at(2)[0]._range.location, 5u);
+  EXPECT_EQ(finder->_tagResults.count(4), 0u);  // link
+  EXPECT_EQ(finder->findResultNumber, 4u);
+  ASSERT_NE(finder->firstFindResult(), nullptr);
+
+  // Raw bytes may rule out a plain ASCII file only: the Kelvin sign folds
+  // to "k".
+  test::writeFile(dir / "case.txt", std::string(40, '.') + "a KeY\n");
+  test::writeFile(dir / "kelvin.txt",
+                  "\xe2\x84\xaa"
+                  "ey\n");
+  options = FindTextOptions::instanceWithString(u"key");
+  options->_isAutoEncoding = options->_isCaseSensitive = true;
+  finder = FileTextInProject::instanceWithFiles(
+      {(dir / "case.txt").string(), (dir / "kelvin.txt").string(), (dir / "a.txt").string()},
+      options);
+  finder->execute();
+  EXPECT_EQ(finder->findResultNumber, 2u);
+  EXPECT_EQ(finder->_tagResults.at(0)[0]._range.location, 42u);
+
+  // Nor may a pattern's literal start rule out a file it matches.
+  for (const char* pattern : {"KX?EY", "ke[y]", "zz|key", "(zz)?key", "\\ba Ke"}) {
+    options = FindTextOptions::instanceWithString(toUtf16(pattern));
+    options->_isAutoEncoding = options->_isCaseSensitive = options->_isRegex = true;
+    finder = FileTextInProject::instanceWithFiles({(dir / "case.txt").string()}, options);
+    finder->execute();
+    EXPECT_EQ(finder->findResultNumber, 1u) << pattern;
+  }
+
+  // A chosen encoding decodes every file with it.
+  options = FindTextOptions::instanceWithString(u"\u043f\u0440\u0438\u0432\u0435\u0442");
+  options->_encodingName = "windows-1251";
+  finder = FileTextInProject::instanceWithFiles({(dir / "cyr.txt").string()}, options);
+  finder->execute();
+  EXPECT_EQ(finder->findResultNumber, 1u);
+}
+
+}  // namespace
+}  // namespace harbor

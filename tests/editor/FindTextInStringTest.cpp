@@ -1,0 +1,205 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include "editor/FindTextInString.h"
+#include "editor/RegexUtils.h"
+#include "platform/Cancellation.h"
+
+namespace harbor {
+namespace {
+
+std::vector<std::size_t> locations(const std::vector<FindRangeObject>& hits) {
+  std::vector<std::size_t> out;
+  for (const auto& h : hits) out.push_back(h.range().location);
+  return out;
+}
+
+std::vector<std::size_t> find(std::u16string_view text, std::u16string pattern, bool regex,
+                              bool word, bool ignoreCase = false) {
+  auto o = FindTextOptions::instanceWithString(std::move(pattern));
+  o->_isRegex = regex;
+  o->_isMatchWord = word;
+  o->_isCaseSensitive = ignoreCase;
+  Error error;
+  auto hits = FindTextInString::findText(text, *o, &error);
+  EXPECT_TRUE(error.message.empty()) << error.message;
+  return locations(hits);
+}
+
+TEST(FindTextInStringTest, WordMatchingTreatsDashAndUnderscoreAsWordInLiteralModeOnly) {
+  const std::u16string text = u"foo- foo_ foo. xfoo foo";
+  EXPECT_EQ(find(text, u"foo", false, true), (std::vector<std::size_t>{10, 20}));
+  // "\b" sees "-" as a boundary, so the regex mode takes "foo-" as well.
+  EXPECT_EQ(find(text, u"foo", true, true), (std::vector<std::size_t>{0, 10, 20}));
+  // Letters, marks and digits of any script count as word units.
+  EXPECT_TRUE(find(u"\u00e9foo foo9 foo\u0301", u"foo", false, true).empty());
+  // A hit at 0 or ending at the very end has no neighbour on that side.
+  EXPECT_EQ(find(u"foo", u"foo", false, true), (std::vector<std::size_t>{0}));
+}
+
+TEST(FindTextInStringTest, TheCaseFlagIsReadAsIgnoreCaseInBothModes) {
+  const std::u16string text = u"Foo foo FOO Straße STRASSE";
+  EXPECT_EQ(find(text, u"foo", false, false, false), (std::vector<std::size_t>{4}));
+  EXPECT_EQ(find(text, u"foo", false, false, true), (std::vector<std::size_t>{0, 4, 8}));
+  EXPECT_EQ(find(text, u"foo", true, false, false), (std::vector<std::size_t>{4}));
+  EXPECT_EQ(find(text, u"foo", true, false, true), (std::vector<std::size_t>{0, 4, 8}));
+  EXPECT_EQ(find(u"ΣΊΣΥΦΟΣ σίσυφος", u"σίσυφοσ", false, false, true).size(), 2u);
+  // Long texts fold ASCII runs in blocks; the other units one by one.
+  const std::u16string mixed =
+      std::u16string(40, u'x') + u"ΣΊΣΥΦΟΣ" + std::u16string(40, u'Y') + u"FOO";
+  EXPECT_EQ(find(mixed, u"σίσυφοσ", false, false, true), (std::vector<std::size_t>{40}));
+  EXPECT_EQ(find(mixed, u"yfoo", false, false, true), (std::vector<std::size_t>{86}));
+  // findTextItems:pattern: always ignores case.
+  EXPECT_EQ(FindTextInString::findTextItems(u"aB ab", u"(a)(b)"),
+            (std::vector<std::u16string>{u"aB", u"a", u"B", u"ab", u"a", u"b"}));
+}
+
+TEST(FindTextInStringTest, LiteralHitsDoNotOverlapAndEmptyInputsFindNothing) {
+  EXPECT_EQ(find(u"aaaaa", u"aa", false, false), (std::vector<std::size_t>{0, 2}));
+  EXPECT_TRUE(find(u"", u"a", false, false).empty());
+  EXPECT_TRUE(find(u"abc", u"", false, false).empty());
+  EXPECT_TRUE(find(u"ab", u"abc", false, false).empty());
+  // Long texts go through the vector scan; hits straddle its 8-unit blocks.
+  std::u16string big(1000, u'x');
+  big.replace(7, 3, u"abc");
+  big.replace(995, 3, u"abc");
+  EXPECT_EQ(find(big, u"abc", false, false), (std::vector<std::size_t>{7, 995}));
+  EXPECT_EQ(FindTextItem::rangesOfStringInDocument(u"abc", big).size(), 2u);
+}
+
+TEST(FindTextInStringTest, ItemsCarryTheirLineAndTheReplacement) {
+  const std::u16string text = u"foo one\nmid foo\nlast foo";
+  auto o = FindTextOptions::instanceWithString(u"(f)oo");
+  o->_isRegex = true;
+  o->_replaceString = u"[$1$2\\$1]";
+  Error error;
+  auto items = FindTextInString::findTextItems(text, *o, &error);
+  ASSERT_EQ(items.size(), 3u);
+  EXPECT_EQ(items[0]._showedRange, (TextRange{0, 7}));  // first line starts at 0
+  EXPECT_EQ(items[0]._showedText, u"foo one");
+  EXPECT_EQ(items[1]._showedRange, (TextRange{8, 7}));
+  EXPECT_EQ(items[1].rangeInShowRange(), (TextRange{4, 3}));
+  EXPECT_EQ(items[2]._showedRange, (TextRange{16, 8}));  // last line ends at the text's end
+  // $2 names no group and gives nothing; "\$" is a dollar sign.
+  EXPECT_EQ(items[0]._replacedText, u"[f$1]");
+  EXPECT_EQ(items[0].attributedString().range, (TextRange{0, 3}));
+
+  o->_isRegex = false;
+  o->_findString = u"foo";
+  o->_replaceString = u"$1";
+  items = FindTextInString::findTextItems(text, *o, &error);
+  ASSERT_EQ(items.size(), 3u);
+  EXPECT_EQ(items[0]._replacedText, u"$1");  // literal mode keeps the template as it stands
+
+  o->_isRegex = true;
+  o->_replaceString.clear();
+  items = FindTextInString::findTextItems(text, *o, &error);
+  EXPECT_EQ(items[0]._replacedText, u"");
+}
+
+TEST(FindTextInStringTest, WordMarksAreAddedOnceToTheSharedOptions) {
+  auto o = FindTextOptions::instanceWithString(u"foo");
+  o->_isRegex = true;
+  o->_isMatchWord = true;
+  Error error;
+  FindTextInString::findText(u"foo", *o, &error);
+  EXPECT_EQ(o->_findString, u"\\bfoo\\b");
+  FindTextInString::findText(u"foo", *o, &error);
+  EXPECT_EQ(o->_findString, u"\\bfoo\\b");
+}
+
+TEST(FindTextInStringTest, BadPatternsAndRunawayMatchesAreErrorsWhileACancelIsNot) {
+  auto o = FindTextOptions::instanceWithString(u"(unclosed");
+  o->_isRegex = true;
+  Error error;
+  EXPECT_TRUE(FindTextInString::findTextItems(u"text", *o, &error).empty());
+  EXPECT_EQ(error.domain, kFindTextErrorDomain);
+  EXPECT_NE(error.message.find("(unclosed"), std::string::npos);
+
+  const auto saved = FindTextInString::regexTimeLimit();
+  FindTextInString::setRegexTimeLimit(50);
+  o->_findString = u"(a+)+$";
+  const std::u16string evil = std::u16string(40, u'a') + u"b";
+  error = {};
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(FindTextInString::findTextItems(evil, *o, &error).empty());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+  EXPECT_EQ(error.domain, kFindTextErrorDomain);
+
+  CancellationToken token;
+  token.cancel();
+  {
+    CurrentCancellationScope scope(token);
+    error = {};
+    EXPECT_TRUE(FindTextInString::findTextItems(evil, *o, &error).empty());
+    EXPECT_TRUE(error.message.empty());
+    o->_findString = u"a";
+    o->_isRegex = false;
+    // A literal search stops after the hit where it notices.
+    EXPECT_EQ(FindTextInString::findTextItems(evil, *o, &error).size(), 1u);
+  }
+  FindTextInString::setRegexTimeLimit(saved);
+}
+
+TEST(FindTextInStringTest, EmptyMatchesAdvanceAndSurrogatesStayWhole) {
+  // An empty match never repeats, nor splits a surrogate pair.
+  const std::u16string text = u"a\U0001F600b";
+  auto o = FindTextOptions::instanceWithString(u"x*");
+  o->_isRegex = true;
+  Error error;
+  auto hits = FindTextInString::findText(text, *o, &error);
+  EXPECT_EQ(locations(hits), (std::vector<std::size_t>{0, 1, 3, 4}));
+  // Lone surrogates are searched like any other unit.
+  const std::u16string lone = u"x\xD800y\xDC00";
+  EXPECT_EQ(find(lone, u"\xD800", false, false), (std::vector<std::size_t>{1}));
+  EXPECT_EQ(find(lone, u"y", false, true), (std::vector<std::size_t>{2}));
+  o->_findString = u".";
+  EXPECT_EQ(FindTextInString::findText(lone, *o, &error).size(), 4u);
+}
+
+TEST(FindTextInStringTest, HugeLinesShowOnlyTheNeighbourhoodOfAHit) {
+  std::u16string line(1 << 20, u'x');
+  line.replace(line.size() / 2, 3, u"abc");
+  auto o = FindTextOptions::instanceWithString(u"abc");
+  Error error;
+  auto items = FindTextInString::findTextItems(line, *o, &error);
+  ASSERT_EQ(items.size(), 1u);
+  EXPECT_EQ(items[0]._showedText.size(), 2 * FindTextInString::kShowedContext + 3);
+  EXPECT_EQ(items[0]._showedText.substr(items[0].rangeInShowRange().location, 3), u"abc");
+  // The line helpers themselves are not bounded.
+  EXPECT_EQ(FindTextInString::findPrevousNewLineOrFirst(line, items[0]._range), 0u);
+  EXPECT_EQ(FindTextInString::findNextNewLineOrEnd(line, items[0]._range), line.size());
+}
+
+TEST(FindTextInStringTest, NeighbourUnitsAndLineEnds) {
+  EXPECT_EQ(FindTextInString::getPreviousChar(u"ab", 0), 0);
+  EXPECT_EQ(FindTextInString::getPreviousChar(u"ab", 1), u'a');
+  EXPECT_EQ(FindTextInString::getNextChar(u"ab", 0), u'b');
+  EXPECT_EQ(FindTextInString::getNextChar(u"ab", 1), 0);  // reads past the end: none
+  EXPECT_EQ(FindTextInString::getNextChar(u"ab", 2), 0);
+  EXPECT_EQ(FindTextInString::findPrevousNewLineOrFirst(u"a\nbc", TextRange{3, 1}), 2u);
+  EXPECT_EQ(FindTextInString::findNextNewLineOrEnd(u"ab\nc", TextRange{0, 1}), 2u);
+  EXPECT_EQ(FindTextInString::findNextNewLineOrEnd(u"ab\nc", TextRange{3, 1}), 4u);
+}
+
+TEST(RegexUtilsTest, QuotePatternsMatchEscapedQuotes) {
+  const std::u16string js = u"x = \"a\\\"b\" + 'c\\'d';";
+  auto groups = FindTextInString::findTextItems(js, RegexUtils::regexQuoteForJsString());
+  ASSERT_GE(groups.size(), 1u);
+  EXPECT_EQ(groups[0], u"\"a\\\"b\"");
+  auto both = FindTextInString::findTextItems(js, RegexUtils::regexQuoteString(u'"', u'\'', u'\\'));
+  ASSERT_GE(both.size(), 1u);
+  EXPECT_EQ(both[0], u"\"a\\\"b\"");
+  EXPECT_EQ(RegexUtils::regexQuoteString(0, 0, u'\\'), u"");
+  EXPECT_EQ(RegexUtils::regexQuoteString(0, u'\'', u'\\'),
+            RegexUtils::regexQuoteString(u'\'', u'\\'));
+  EXPECT_TRUE(RegexUtils::isValidateMobile(u"13800138000"));
+  EXPECT_FALSE(RegexUtils::isValidateMobile(u"1380013800"));
+  EXPECT_TRUE(RegexUtils::isValidateCode(u"123456"));
+  EXPECT_EQ(FindTextInString::transformStringToPattern(u"a.b"), u"\\a\\.\\b");
+}
+
+}  // namespace
+}  // namespace harbor
