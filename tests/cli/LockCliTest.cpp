@@ -69,7 +69,7 @@ TEST_F(SettingsCli, TableAndSyntaxAssignments) {
   EXPECT_EQ(runHarbor({"settings", "syntax", "set", "mk.stx", "Makefile", "--file-name"}).code, 0);
   auto ext =
       nlohmann::json::parse(runHarbor({"settings", "get", "EditorSyntaxSystemSettings"}).out);
-  EXPECT_EQ(ext, (nlohmann::json{{"mine.stx", "foo,bar"}}));
+  EXPECT_EQ(ext, (nlohmann::json{{"mine.stx", "foo;bar"}})) << "kept as typed";
   auto names = nlohmann::json::parse(
       runHarbor({"settings", "get", "EditorSyntaxOnlyFileSystemSettings"}).out);
   EXPECT_EQ(names, (nlohmann::json{{"mk.stx", "Makefile"}}));
