@@ -11,6 +11,7 @@
 #include <QPainter>
 #include <QProgressBar>
 #include <QScrollBar>
+#include <QStyle>
 #include <QTextBlock>
 #include <QTextLayout>
 #include <QToolBar>
@@ -372,9 +373,10 @@ void KeyBar::setKeys(const std::vector<std::string>& titles) {
     layout->insertWidget(index, button);
     buttons_.push_back(button);
   }
-  const int height =
-      32 + 4 + (horizontalScrollBar()->isVisible() ? horizontalScrollBar()->height() : 0);
-  setFixedHeight(std::max(height, 40));
+  // Room for the keys and for the scroll bar that appears when they overflow,
+  // so the bar never covers them.
+  const int scrollBar = style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
+  setFixedHeight(32 + 4 + scrollBar + 2);
 }
 
 // ---- EditorView -------------------------------------------------------------------------
@@ -455,6 +457,9 @@ void EditorView::buildToolbar() {
   editButton_->setCheckable(true);
   editButton_->setText(qs(localizedString("Edit")));
   editButton_->setToolButtonStyle(Qt::ToolButtonTextOnly);
+  // A real button: reading and editing are different modes.
+  editButton_->setAutoRaise(false);
+  editButton_->setMinimumWidth(56);
   connect(editButton_, &QToolButton::clicked, this, [this](bool on) {
     controller_->setEditing(on);
     sync();
@@ -587,14 +592,17 @@ void EditorView::markDirty(std::size_t from, std::size_t to) {
     dirtyFrom_ = std::min(dirtyFrom_, from);
     dirtyTo_ = std::max(dirtyTo_, to);
   }
-  if (!syncPending_) {
-    // Passes that run on their own (the load, the deferred timer) still paint.
-    syncPending_ = true;
-    QTimer::singleShot(0, this, [this] {
-      syncPending_ = false;
-      sync();
-    });
-  }
+  scheduleSync();
+}
+
+void EditorView::scheduleSync() {
+  if (syncPending_) return;
+  // Passes that run on their own (the load, the deferred timer) still paint.
+  syncPending_ = true;
+  QTimer::singleShot(0, this, [this] {
+    syncPending_ = false;
+    sync();
+  });
 }
 
 QTextCharFormat EditorView::colorFormat(const Color& color) const {
@@ -815,6 +823,8 @@ void EditorView::setTitle(const std::string& title) {
 
 void EditorView::setBusy(bool busy) {
   if (busy_) busy_->setVisible(busy);
+  // The end of a load makes Edit available.
+  if (!busy) scheduleSync();
   emit busyChanged(busy);
 }
 

@@ -132,6 +132,7 @@ class EditorView : public QWidget, public IEditorView {
   friend class CodeEditor;
   void applyEdit(TextRange edited, std::ptrdiff_t change);
   void markDirty(std::size_t from, std::size_t to);
+  void scheduleSync();
   void flushFormats();
   void syncCursorFromController();
   void widgetSelectionChanged();

@@ -60,8 +60,9 @@ int main(int argc, char** argv) {
   window.show();
   if (!QTest::qWaitForWindowExposed(&window, 10000)) return 1;
   if (!QTest::qWaitFor([&] { return !editor->controller().isLoading(); }, 20000)) return 1;
+  QApplication::processEvents();
   if (!type.isEmpty()) {
-    QTest::mouseClick(editor->editButton(), Qt::LeftButton);
+    editor->editButton()->click();
     QTextCursor c = editor->textWidget()->textCursor();
     c.setPosition(editor->textWidget()->document()->firstBlock().length() - 1);
     editor->textWidget()->setTextCursor(c);
