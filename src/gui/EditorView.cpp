@@ -403,6 +403,7 @@ EditorView::EditorView(const std::string& path, bool isNew, QWidget* parent)
   suggestions_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   suggestions_->hide();
 
+  port_.setOnDropped([this] { emit questionDropped(); });
   controller_ = EditorBaseController::instanceWithPath(path, this);
   controller_->_isAddFile = isNew;
   TextStorage& storage = controller_->textStorage();

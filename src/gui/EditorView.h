@@ -122,6 +122,8 @@ class EditorView : public QWidget, public IEditorView {
  signals:
   void titleChanged(const QString& title);
   void closed();
+  // A question was closed unanswered (Escape): whatever waited for it stops.
+  void questionDropped();
   void busyChanged(bool busy);
 
  protected:

@@ -100,6 +100,8 @@ EditorView* MainWindow::openEditor(const std::string& path) {
   auto* editor = new EditorView(fs::absolute(path, ec).string(), isNew, this);
   connect(editor, &EditorView::closed, this, [this, editor] { pop(editor); });
   connect(editor, &EditorView::titleChanged, this, [this] { refreshChrome(); });
+  // An unanswered save question ends a quit: the user stays.
+  connect(editor, &EditorView::questionDropped, this, [this] { quitting_ = false; });
   push(editor, crumbFor(path));
   editor->textWidget()->setFocus();
   return editor;

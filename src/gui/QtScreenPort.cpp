@@ -19,7 +19,10 @@ void installMainQueueDispatcher() {
   MainQueue::shared().adoptCurrentThread();
   MainQueue::shared().setDispatcher([](std::function<void()> work) {
     // Queued even from the main thread: a post never runs inside its poster.
-    QMetaObject::invokeMethod(qApp, std::move(work), Qt::QueuedConnection);
+    // After the application object has gone there is no loop to run it.
+    if (QCoreApplication* app = QCoreApplication::instance()) {
+      QMetaObject::invokeMethod(app, std::move(work), Qt::QueuedConnection);
+    }
   });
 }
 
@@ -65,11 +68,14 @@ void QtScreenPort::showAlert(const ScreenAlert& alert, IScreenPort::AlertReply r
     if (i + 1 == buttons.size()) button->setDefault(true);
     QObject::connect(button, &QPushButton::clicked, dialog, [dialog, answer, i] {
       answer(static_cast<int>(i));
-      dialog->accept();
+      dialog->done(QDialog::Accepted);
     });
   }
-  // Escape or the window's close box is the first button (Cancel).
-  QObject::connect(dialog, &QDialog::rejected, dialog, [answer] { answer(0); });
+  // Escape or the close box answers nothing: a first button may mean
+  // "discard", which a stray key must not choose. The screen stays as it was.
+  QObject::connect(dialog, &QDialog::rejected, dialog, [answered, dropped = onDropped_] {
+    if (!*answered && dropped) dropped();
+  });
   dialog->setModal(true);
   dialog->show();
   if (!edits.empty()) edits.front()->setFocus();

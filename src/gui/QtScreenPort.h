@@ -29,10 +29,13 @@ class QtScreenPort {
 
   // Where a notice goes: the window's status line, set by the window.
   static std::function<void(const QString&)>& noticeSink();
+  // Called when an alert is closed without an answer.
+  void setOnDropped(std::function<void()> dropped) { onDropped_ = std::move(dropped); }
 
  private:
   QPointer<QWidget> host_;
   QPointer<QMenu> sheet_;
+  std::function<void()> onDropped_;
 };
 
 }  // namespace harbor::gui
