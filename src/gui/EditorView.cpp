@@ -19,6 +19,9 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "gui/EncodingPicker.h"
+#include "platform/NotificationCenter.h"
+#include "platform/NotificationNames.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -449,6 +452,12 @@ EditorView::~EditorView() {
   TextStorage& storage = controller_->textStorage();
   storage.removeEditObserver(editToken_);
   storage.removeAttributeObserver(attributeToken_);
+  // An open picker goes first, while this view can still hear it go.
+  for (EncodingPicker* picker : findChildren<EncodingPicker*>()) {
+    picker->disconnect(this);
+    delete picker;
+  }
+  if (encodingToken_) NotificationCenter::defaultCenter().removeObserver(encodingToken_);
   controller_->endScreen();
 }
 
@@ -864,6 +873,27 @@ void EditorView::setEditable(bool editable) {
 
 void EditorView::setKeys(const std::vector<std::string>& titles) {
   if (keyBar_) keyBar_->setKeys(titles);
+}
+
+void EditorView::pickEncoding(const std::string& path, const std::string& current) {
+  auto* picker = new EncodingPicker(this, path, current);
+  NotificationCenter& center = NotificationCenter::defaultCenter();
+  encodingToken_ = center.addObserver(
+      notifications::HBEncodingChangeNotication, [this](const NotificationCenter::Notification& n) {
+        const std::string* name = std::any_cast<std::string>(&n.object);
+        if (!name) return;
+        // Reloading replaces the text: do it from the loop, not inside the picker's call.
+        const std::string chosen = *name;
+        QTimer::singleShot(0, this, [this, chosen] {
+          controller_->encodingChange(chosen);
+          sync();
+        });
+      });
+  connect(picker, &QObject::destroyed, this, [this] {
+    NotificationCenter::defaultCenter().removeObserver(encodingToken_);
+    encodingToken_ = 0;
+  });
+  picker->open();
 }
 
 void EditorView::requestClose() {

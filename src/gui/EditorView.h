@@ -118,6 +118,7 @@ class EditorView : public QWidget, public IEditorView {
   void scrollToHeight(double y) override;
   double contentHeight() const override;
   double viewHeight() const override;
+  void pickEncoding(const std::string& path, const std::string& current) override;
 
  signals:
   void titleChanged(const QString& title);
@@ -161,6 +162,8 @@ class EditorView : public QWidget, public IEditorView {
   std::vector<std::u16string> shownSuggestions_;
   std::size_t editToken_ = 0;
   std::size_t attributeToken_ = 0;
+  // Listens for the picker's choice only while it is open.
+  std::uint64_t encodingToken_ = 0;
   // Set while the widget changes under the controller's direction, so the
   // widget's own signals are not taken for the user's.
   bool mirroring_ = false;

@@ -11,6 +11,7 @@
 
 #include "editor/EditorBaseController.h"
 #include "gui/EditorView.h"
+#include "gui/EncodingPicker.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
 #include "platform/MainQueue.h"
@@ -240,6 +241,22 @@ TEST_F(EditorViewTest, ClosingWithUnsavedTextAsksAndCancelKeepsTheEditor) {
   // Cancel throws the change away (into the backup) and closes without saving.
   EXPECT_TRUE(QTest::qWaitFor([&] { return window.depth() == 1; }, 5000));
   EXPECT_EQ(test::readFile(root() / "a.cpp"), "int a;\n");
+}
+
+TEST_F(EditorViewTest, PickingAnEncodingReadsTheFileAgainWithIt) {
+  auto view = open("cafe.txt", "caf\xc3\xa9\n");
+  EXPECT_EQ(widgetText(*view), QString::fromUtf8("caf\xc3\xa9\n"));
+  view->pickEncoding((root() / "cafe.txt").string(), view->controller().encodingString());
+  auto* picker = view->findChild<EncodingPicker*>();
+  ASSERT_NE(picker, nullptr);
+  const auto rows = picker->list()->findItems(QStringLiteral("8859-1"), Qt::MatchContains);
+  ASSERT_FALSE(rows.isEmpty());
+  QTest::mouseClick(picker->list()->viewport(), Qt::LeftButton, {},
+                    picker->list()->visualItemRect(rows.front()).center());
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] { return widgetText(*view).startsWith(QString::fromUtf8("caf\xc3\x83")); }, 5000))
+      << widgetText(*view).toStdString();
+  EXPECT_NE(view->controller().encodingString().find("8859-1"), std::string::npos);
 }
 
 }  // namespace
