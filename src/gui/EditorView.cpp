@@ -462,15 +462,13 @@ EditorView::~EditorView() {
 }
 
 void EditorView::buildToolbar() {
-  editButton_ = new QToolButton(toolbar_);
+  editButton_ = new QPushButton(toolbar_);
   editButton_->setObjectName(QStringLiteral("editButton"));
   editButton_->setCheckable(true);
   editButton_->setText(qs(localizedString("Edit")));
-  editButton_->setToolButtonStyle(Qt::ToolButtonTextOnly);
   // A real button: reading and editing are different modes.
-  editButton_->setAutoRaise(false);
   editButton_->setMinimumWidth(56);
-  connect(editButton_, &QToolButton::clicked, this, [this](bool on) {
+  connect(editButton_, &QPushButton::clicked, this, [this](bool on) {
     controller_->setEditing(on);
     sync();
     if (controller_->isEditable()) editor_->setFocus();

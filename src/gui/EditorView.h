@@ -3,6 +3,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QScrollArea>
 #include <QSlider>
 #include <QTextBlock>
@@ -84,7 +85,7 @@ class EditorView : public QWidget, public IEditorView {
   CodeEditor* textWidget() const { return editor_; }
   KeyBar* keyBar() const { return keyBar_; }
   QListWidget* suggestionList() const { return suggestions_; }
-  QToolButton* editButton() const { return editButton_; }
+  QPushButton* editButton() const { return editButton_; }
   QString title() const { return title_; }
   bool isClosed() const { return closed_; }
   // Paragraphs whose formats the last restyle replaced.
@@ -153,7 +154,7 @@ class EditorView : public QWidget, public IEditorView {
   CodeEditor* editor_ = nullptr;
   KeyBar* keyBar_ = nullptr;
   QListWidget* suggestions_ = nullptr;
-  QToolButton* editButton_ = nullptr;
+  QPushButton* editButton_ = nullptr;
   QToolBar* toolbar_ = nullptr;
   QSlider* slider_ = nullptr;
   QProgressBar* busy_ = nullptr;
