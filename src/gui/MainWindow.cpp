@@ -149,13 +149,8 @@ void MainWindow::continueQuit() {
     close();
     return;
   }
+  // The controller asks or closes; a close brings us back through pop().
   editor->requestClose();
-  // A Cancel on the save question keeps the editor, and the window.
-  QTimer::singleShot(0, this, [this, editor] {
-    if (stack_->indexOf(editor) >= 0 && !editor->isClosed() && !QApplication::activeModalWidget()) {
-      quitting_ = false;
-    }
-  });
 }
 
 void MainWindow::restoreGeometryFromPreferences() {

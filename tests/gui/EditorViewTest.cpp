@@ -243,6 +243,56 @@ TEST_F(EditorViewTest, ClosingWithUnsavedTextAsksAndCancelKeepsTheEditor) {
   EXPECT_EQ(test::readFile(root() / "a.cpp"), "int a;\n");
 }
 
+TEST_F(EditorViewTest, QuittingAsksEachUnsavedEditorAndEscapeKeepsEverything) {
+  MainWindow window;
+  window.setRoot(makeEmptyRoot(&window), QStringLiteral("Documents"));
+  test::writeFile(root() / "one.cpp", "int one;\n");
+  test::writeFile(root() / "two.cpp", "int two;\n");
+  window.show();
+  for (const char* name : {"one.cpp", "two.cpp"}) {
+    EditorView* view = window.openEditor((root() / name).string());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view->controller().isLoading(); }, 20000));
+    QApplication::processEvents();
+    startEditing(*view);
+    QTest::keyClicks(view->textWidget(), "x");
+  }
+  const QString tag = QStringLiteral("alert%1").arg(EditorBaseController::kTagSaveChanges);
+  const auto question = [&] {
+    QDialog* ask = nullptr;
+    (void)QTest::qWaitFor(
+        [&] {
+          for (QDialog* d : window.findChildren<QDialog*>(tag))
+            if (d->isVisible()) ask = d;
+          return ask != nullptr;
+        },
+        5000);
+    return ask;
+  };
+
+  // Escape answers nothing: no editor goes, no text is lost, the window stays.
+  window.close();
+  QDialog* ask = question();
+  ASSERT_NE(ask, nullptr);
+  QTest::keyClick(ask, Qt::Key_Escape);
+  QTest::qWait(50);
+  EXPECT_EQ(window.depth(), 3);
+  EXPECT_TRUE(window.isVisible());
+
+  // Now OK saves the top one, and the one below is asked in turn.
+  window.close();
+  ask = question();
+  ASSERT_NE(ask, nullptr);
+  QTest::mouseClick(ask->findChild<QPushButton*>(QStringLiteral("button1")), Qt::LeftButton);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return window.depth() == 2; }, 5000));
+  EXPECT_EQ(test::readFile(root() / "two.cpp"), "xint two;\n");
+  ask = question();
+  ASSERT_NE(ask, nullptr);
+  QTest::mouseClick(ask->findChild<QPushButton*>(QStringLiteral("button0")), Qt::LeftButton);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !window.isVisible(); }, 5000));
+  // Cancel there closes without saving; what was typed stays in the backup.
+  EXPECT_EQ(test::readFile(root() / "one.cpp"), "int one;\n");
+}
+
 TEST_F(EditorViewTest, PickingAnEncodingReadsTheFileAgainWithIt) {
   auto view = open("cafe.txt", "caf\xc3\xa9\n");
   EXPECT_EQ(widgetText(*view), QString::fromUtf8("caf\xc3\xa9\n"));
