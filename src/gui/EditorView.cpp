@@ -248,6 +248,24 @@ void CodeEditor::keyPressEvent(QKeyEvent* event) {
     default:
       break;
   }
+  // Deleting by word or to the line's end: the span is measured on the
+  // document, the edit goes through the controller like any other.
+  const struct {
+    QKeySequence::StandardKey key;
+    QTextCursor::MoveOperation move;
+  } deletions[] = {{QKeySequence::DeleteStartOfWord, QTextCursor::PreviousWord},
+                   {QKeySequence::DeleteEndOfWord, QTextCursor::NextWord},
+                   {QKeySequence::DeleteEndOfLine, QTextCursor::EndOfBlock}};
+  for (const auto& d : deletions) {
+    if (!event->matches(d.key)) continue;
+    QTextCursor span = textCursor();
+    span.clearSelection();
+    span.movePosition(d.move, QTextCursor::KeepAnchor);
+    const auto from = static_cast<std::size_t>(span.selectionStart());
+    const auto to = static_cast<std::size_t>(span.selectionEnd());
+    if (to > from) c.changeText(TextRange{from, to - from}, u"");
+    return done();
+  }
   const QString text = event->text();
   if (!text.isEmpty() && !ctrl && !(mods & Qt::AltModifier) && text.at(0).isPrint()) {
     const std::u16string input = fromQString(text);
@@ -259,7 +277,9 @@ void CodeEditor::keyPressEvent(QKeyEvent* event) {
     }
     return done();
   }
-  QPlainTextEdit::keyPressEvent(event);
+  // Moving and selecting only: any other key that would change the document
+  // behind the controller's back is dropped.
+  if (text.isEmpty() || ctrl) QPlainTextEdit::keyPressEvent(event);
 }
 
 void CodeEditor::inputMethodEvent(QInputMethodEvent* event) {

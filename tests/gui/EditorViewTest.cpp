@@ -92,6 +92,12 @@ TEST_F(EditorViewTest, KeywordColourReachesTheWidgetAndFollowsTypedText) {
   EXPECT_EQ(widgetColor(*view, keyword), qcolor(*colour));
   QTest::keyClick(view->textWidget(), Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
   EXPECT_EQ(widgetText(*view), QStringLiteral("int value;\nxyz return value;\n"));
+
+  // Deleting a word goes through the controller too: widget and text agree.
+  placeCaret(*view, keyword + 3);
+  QTest::keyClick(view->textWidget(), Qt::Key_Backspace, Qt::ControlModifier);
+  EXPECT_EQ(widgetText(*view), QStringLiteral("int value;\n return value;\n"));
+  EXPECT_EQ(view->controller().text(), u"int value;\n return value;\n");
 }
 
 TEST_F(EditorViewTest, RestylingTouchesOnlyTheParagraphsAPassWrote) {
