@@ -21,6 +21,7 @@
 #include "platform/Resources.h"
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
+#include "prefs/AppUserDefaultUtils.h"
 #include "prefs/PreferenceKeys.h"
 #include "syntax/CodeFactory.h"
 #include "syntax/CodeFormatParser.h"
@@ -916,6 +917,11 @@ void EditorBaseController::setCurrentFont(double size) {
   _defaultFont.size = size;
   if (_formatParser) _formatParser->defaultFont = _defaultFont;
   _textStorage.addFont(_defaultFont, TextRange{0, _textStorage.length()});
+}
+
+Color EditorBaseController::textViewBackgroundColor(bool darkDesktop) {
+  if (darkDesktop || AppUserDefaultUtils::isNightModeTime()) return Color::rgb(0xBA, 0xBA, 0xBA);
+  return Color::rgb(0xFF, 0xFF, 0xFF);
 }
 
 void EditorBaseController::enlargeFontSize() {

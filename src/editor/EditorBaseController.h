@@ -162,6 +162,9 @@ class EditorBaseController : public std::enable_shared_from_this<EditorBaseContr
   void textViewScrollChangeTextStorage();
 
   // ---- view settings -------------------------------------------------------------
+  // The text's background: grey in night hours (or when the caller's
+  // desktop is dark), white otherwise.
+  static Color textViewBackgroundColor(bool darkDesktop = false);
   void enlargeFontSize();
   void reduceFontSize();
   void setFirstVisibleOffset(std::size_t offset) { _firstVisibleOffset = offset; }

@@ -59,18 +59,40 @@ void TextStorage::modify(TextRange range, F&& change) {
 
 void TextStorage::setAttributes(const TextAttributes& attributes, TextRange range) {
   modify(range, [&](TextAttributes& a) { a = attributes; });
+  notifyAttribute(range, Attribute::Font);
+  notifyAttribute(range, Attribute::ForegroundColor);
 }
 
 void TextStorage::addFont(const Font& font, TextRange range) {
   modify(range, [&](TextAttributes& a) { a.font = font; });
+  notifyAttribute(range, Attribute::Font);
 }
 
 void TextStorage::addForegroundColor(const Color& color, TextRange range) {
   modify(range, [&](TextAttributes& a) { a.foregroundColor = color; });
+  notifyAttribute(range, Attribute::ForegroundColor);
 }
 
 void TextStorage::removeForegroundColor(TextRange range) {
   modify(range, [](TextAttributes& a) { a.foregroundColor.reset(); });
+  notifyAttribute(range, Attribute::ForegroundColor);
+}
+
+void TextStorage::notifyAttribute(TextRange range, Attribute attribute) {
+  const std::size_t end = std::min(range.end(), length());
+  if (range.location >= end) return;
+  const TextRange clipped{range.location, end - range.location};
+  for (const auto& [token, observer] : attributeObservers_) observer(clipped, attribute);
+}
+
+std::size_t TextStorage::addAttributeObserver(AttributeObserver observer) {
+  const std::size_t token = nextObserver_++;
+  attributeObservers_.emplace_back(token, std::move(observer));
+  return token;
+}
+
+void TextStorage::removeAttributeObserver(std::size_t token) {
+  std::erase_if(attributeObservers_, [token](const auto& o) { return o.first == token; });
 }
 
 TextAttributes TextStorage::attributesAt(std::size_t offset) const {

@@ -93,6 +93,12 @@ class TextStorage {
   std::size_t addEditObserver(EditObserver observer);
   void removeEditObserver(std::size_t token);
 
+  // Views that mirror the runs hear which span an attribute write touched,
+  // so they restyle that span only.
+  using AttributeObserver = std::function<void(TextRange range, Attribute attribute)>;
+  std::size_t addAttributeObserver(AttributeObserver observer);
+  void removeAttributeObserver(std::size_t token);
+
   std::uint64_t attributeWriteCount() const { return writes_; }
   std::size_t runCount() const { return runs_.size(); }
 
@@ -105,6 +111,7 @@ class TextStorage {
   void coalesceAround(std::size_t from, std::size_t to);
   template <class F>
   void modify(TextRange range, F&& change);
+  void notifyAttribute(TextRange range, Attribute attribute);
   template <class Value, class Get, class Block>
   void enumerate(TextRange range, bool reverse, Get get, const Block& block) const;
   template <class Value>
@@ -119,6 +126,7 @@ class TextStorage {
   Runs runs_{{0, TextAttributes{}}};
   std::uint64_t writes_ = 0;
   std::vector<std::pair<std::size_t, EditObserver>> observers_;
+  std::vector<std::pair<std::size_t, AttributeObserver>> attributeObservers_;
   std::size_t nextObserver_ = 1;
 };
 

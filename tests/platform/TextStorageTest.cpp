@@ -64,5 +64,28 @@ TEST(TextStorage, EditsShiftRunsAndInsertedTextTakesThePrecedingRun) {
   EXPECT_EQ(edits[2], (std::pair<TextRange, std::ptrdiff_t>{{1, 0}, -3}));
 }
 
+TEST(TextStorage, AttributeObserversHearTheClippedSpanAndWhichAttribute) {
+  TextStorage s(u"abcdef");
+  std::vector<std::pair<TextRange, TextStorage::Attribute>> heard;
+  const auto token = s.addAttributeObserver(
+      [&](TextRange r, TextStorage::Attribute a) { heard.emplace_back(r, a); });
+  s.addForegroundColor(kRed, TextRange{4, 10});
+  s.addFont(Font{"mono", 12}, TextRange{0, 2});
+  s.removeForegroundColor(TextRange{9, 3});  // wholly past the end: nothing written
+  s.setAttributes(TextAttributes{}, TextRange{1, 1});
+  using A = TextStorage::Attribute;
+  const std::vector<std::pair<TextRange, A>> want{{{4, 2}, A::ForegroundColor},
+                                                  {{0, 2}, A::Font},
+                                                  {{1, 1}, A::Font},
+                                                  {{1, 1}, A::ForegroundColor}};
+  EXPECT_EQ(heard, want);
+  // Text edits are not attribute writes.
+  s.replaceCharacters(TextRange{0, 1}, u"xy");
+  EXPECT_EQ(heard.size(), want.size());
+  s.removeAttributeObserver(token);
+  s.addForegroundColor(kBlue, TextRange{0, 1});
+  EXPECT_EQ(heard.size(), want.size());
+}
+
 }  // namespace
 }  // namespace harbor

@@ -1,0 +1,184 @@
+// Editor screen timings: opening to the first coloured paint, and keystrokes
+// from key event to the end of the repaint, on a 500 KiB C++ file and a
+// 20 MiB plain file. Runs offscreen unless a display is given (xvfb-run).
+#include <unistd.h>
+#include <QApplication>
+#include <QTest>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "gui/EditorView.h"
+#include "gui/QtScreenPort.h"
+#include "platform/Directories.h"
+#include "platform/UserDefaults.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+double ms(Clock::duration d) {
+  return std::chrono::duration<double, std::milli>(d).count();
+}
+
+std::string cppText(std::size_t bytes) {
+  const std::string unit =
+      "// Keeps the running total of one column.\n"
+      "class Column {\n"
+      " public:\n"
+      "  explicit Column(int width) : width_(width) {}\n"
+      "  int add(int value) {\n"
+      "    if (value < 0) return total_;\n"
+      "    for (int i = 0; i < width_; ++i) total_ += value * 2 + 0x1f;\n"
+      "    return total_;  /* never negative */\n"
+      "  }\n"
+      " private:\n"
+      "  int width_ = 0;\n"
+      "  const char* name_ = \"column\";\n"
+      "  int total_ = 0;\n"
+      "};\n\n";
+  std::string out;
+  while (out.size() < bytes) out += unit;
+  return out;
+}
+
+std::string plainText(std::size_t bytes) {
+  const std::string line = "The quick brown fox jumps over the lazy dog near the harbour wall.\n";
+  std::string out;
+  out.reserve(bytes + line.size());
+  while (out.size() < bytes) out += line;
+  return out;
+}
+
+long rssKiB() {
+  std::ifstream statm("/proc/self/statm");
+  long pages = 0, resident = 0;
+  statm >> pages >> resident;
+  return resident * 4;
+}
+
+struct Opened {
+  std::unique_ptr<harbor::gui::EditorView> view;
+  double firstPaintMs = 0;
+};
+
+Opened openToFirstPaint(const fs::path& path) {
+  Opened o;
+  const auto t0 = Clock::now();
+  o.view = std::make_unique<harbor::gui::EditorView>(path.string());
+  o.view->resize(1000, 700);
+  o.view->show();
+  while (o.view->controller().isLoading()) QApplication::processEvents(QEventLoop::AllEvents, 2);
+  QApplication::processEvents();  // the coloured flush
+  const auto loaded = Clock::now();
+  o.view->textWidget()->viewport()->repaint();
+  o.firstPaintMs = ms(Clock::now() - t0);
+  std::printf("  (load and pass %.1f ms, paint %.1f ms)\n", ms(loaded - t0),
+              ms(Clock::now() - loaded));
+  return o;
+}
+
+// The controller alone, with no view: its load and first colouring pass.
+double controllerOpenMs(const fs::path& path) {
+  const auto t0 = Clock::now();
+  auto editor = harbor::EditorBaseController::instanceWithPath(path.string(), nullptr);
+  editor->viewDidLoad();
+  while (editor->isLoading()) QApplication::processEvents(QEventLoop::AllEvents, 2);
+  const double took = ms(Clock::now() - t0);
+  editor->endScreen();
+  return took;
+}
+
+struct Percentiles {
+  double p50, p99, max;
+  double controllerP50;  // the controller's share: the edit and its colouring pass
+};
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0 : v[v.size() / 2];
+}
+
+Percentiles typeIn(harbor::gui::EditorView& view, int count) {
+  QTest::mouseClick(view.editButton(), Qt::LeftButton);
+  QTextCursor c = view.textWidget()->textCursor();
+  c.setPosition(view.textWidget()->document()->characterCount() / 2);
+  view.textWidget()->setTextCursor(c);
+  std::vector<double> times, controller;
+  times.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    // Mostly letters, now and then a space or a line break.
+    const Qt::Key key = i % 37 == 36 ? Qt::Key_Return : i % 7 == 6 ? Qt::Key_Space : Qt::Key_A;
+    if (i % 10 == 0) {
+      // The same edit straight to the controller, no widget: its own cost.
+      const auto c0 = Clock::now();
+      view.controller().insertText(u"b");
+      controller.push_back(ms(Clock::now() - c0));
+      view.sync();
+    }
+    const auto t0 = Clock::now();
+    QTest::keyClick(view.textWidget(), key);
+    QApplication::processEvents();
+    view.textWidget()->viewport()->repaint();
+    times.push_back(ms(Clock::now() - t0));
+  }
+  std::sort(times.begin(), times.end());
+  const auto at = [&](double q) { return times[static_cast<std::size_t>(q * (times.size() - 1))]; };
+  return {at(0.5), at(0.99), times.back(), median(controller)};
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  QApplication app(argc, argv);
+  harbor::UserDefaults::setStandard(std::make_shared<harbor::UserDefaults>());
+  const fs::path dir =
+      fs::temp_directory_path() / ("harbor-gui-bench-" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  harbor::Directories::setDocumentRootOverride(dir);
+  harbor::gui::installMainQueueDispatcher();
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  std::printf("platform: %s\n", qPrintable(QApplication::platformName()));
+
+  const fs::path cpp = dir / "column.cpp";
+  std::ofstream(cpp) << cppText(500 * 1024);
+  {
+    Opened o = openToFirstPaint(cpp);
+    std::printf("500 KiB C++: open to first coloured paint %.1f ms (target < 150)\n",
+                o.firstPaintMs);
+    std::printf("500 KiB C++: the controller alone opens and colours in %.1f ms\n",
+                controllerOpenMs(cpp));
+    const Percentiles p = typeIn(*o.view, 2000);
+    std::printf(
+        "500 KiB C++: 2000 keystrokes, key to end of repaint p50 %.2f ms, p99 %.2f ms, max %.2f ms "
+        "(target p99 < 16)\n",
+        p.p50, p.p99, p.max);
+    std::printf("500 KiB C++: of which the controller's edit and pass p50 %.2f ms\n",
+                p.controllerP50);
+    std::printf("RSS after 2000 edits: %ld MiB\n", rssKiB() / 1024);
+    typeIn(*o.view, 8000);
+    std::printf("RSS after 10000 edits: %ld MiB (target < 150)\n", rssKiB() / 1024);
+  }
+
+  const fs::path txt = dir / "big.txt";
+  std::ofstream(txt) << plainText(20 * 1024 * 1024);
+  {
+    Opened o = openToFirstPaint(txt);
+    std::printf("20 MiB plain: open to first paint %.1f ms\n", o.firstPaintMs);
+    std::printf("20 MiB plain: the controller alone opens in %.1f ms\n", controllerOpenMs(txt));
+    const Percentiles p = typeIn(*o.view, 200);
+    std::printf("20 MiB plain: 200 keystrokes p50 %.2f ms, p99 %.2f ms, max %.2f ms\n", p.p50,
+                p.p99, p.max);
+  }
+  std::error_code ec;
+  fs::remove_all(dir, ec);
+  return 0;
+}

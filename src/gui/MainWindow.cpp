@@ -1,0 +1,200 @@
+#include "gui/MainWindow.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QPushButton>
+#include <QScreen>
+#include <QStatusBar>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <filesystem>
+
+#include "gui/EditorView.h"
+#include "gui/QtScreenPort.h"
+#include "platform/Directories.h"
+#include "platform/UserDefaults.h"
+
+namespace harbor::gui {
+
+namespace {
+constexpr const char* kGeometryKey = "SystemDesktopWindowGeometry";
+}
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
+  setObjectName(QStringLiteral("mainWindow"));
+  auto* central = new QWidget(this);
+  auto* layout = new QVBoxLayout(central);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  auto* bar = new QWidget(central);
+  bar->setObjectName(QStringLiteral("navigationBar"));
+  auto* barLayout = new QHBoxLayout(bar);
+  barLayout->setContentsMargins(6, 4, 6, 4);
+  back_ = new QToolButton(bar);
+  back_->setObjectName(QStringLiteral("back"));
+  back_->setText(tr("\u2039 Back"));
+  back_->setToolButtonStyle(Qt::ToolButtonTextOnly);
+  back_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_Left));
+  connect(back_, &QToolButton::clicked, this, &MainWindow::goBack);
+  crumb_ = new QLabel(bar);
+  crumb_->setObjectName(QStringLiteral("breadcrumb"));
+  crumb_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  crumb_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  barLayout->addWidget(back_);
+  barLayout->addWidget(crumb_, 1);
+  layout->addWidget(bar);
+  stack_ = new QStackedWidget(central);
+  layout->addWidget(stack_, 1);
+  setCentralWidget(central);
+  notice_ = new QLabel(this);
+  statusBar()->addWidget(notice_, 1);
+  QtScreenPort::noticeSink() = [this](const QString& text) {
+    statusBar()->showMessage(text, 4000);
+  };
+  restoreGeometryFromPreferences();
+  refreshChrome();
+}
+
+QString MainWindow::crumbFor(const std::string& path) {
+  namespace fs = std::filesystem;
+  const fs::path root = Directories::documentDirectory();
+  std::error_code ec;
+  const fs::path rel = fs::relative(fs::absolute(path, ec), root, ec);
+  QStringList parts{tr("Documents")};
+  if (ec || rel.empty() || *rel.begin() == "..") {
+    return QString::fromStdString(fs::absolute(path, ec).string());
+  }
+  for (const auto& part : rel) parts << QString::fromStdString(part.string());
+  return parts.join(QStringLiteral(" \u203a "));
+}
+
+void MainWindow::setRoot(QWidget* root, const QString& crumb) {
+  root->setProperty("crumb", crumb);
+  stack_->insertWidget(0, root);
+  stack_->setCurrentIndex(stack_->count() - 1);
+  refreshChrome();
+}
+
+void MainWindow::push(QWidget* page, const QString& crumb) {
+  page->setProperty("crumb", crumb);
+  stack_->addWidget(page);
+  stack_->setCurrentWidget(page);
+  refreshChrome();
+}
+
+void MainWindow::pop(QWidget* page) {
+  if (stack_->indexOf(page) < 0) return;
+  stack_->removeWidget(page);
+  page->deleteLater();
+  refreshChrome();
+  if (quitting_) QTimer::singleShot(0, this, &MainWindow::continueQuit);
+}
+
+EditorView* MainWindow::openEditor(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  // A name that is not there yet starts a new file of that name.
+  const bool isNew = !fs::exists(path, ec);
+  auto* editor = new EditorView(fs::absolute(path, ec).string(), isNew, this);
+  connect(editor, &EditorView::closed, this, [this, editor] { pop(editor); });
+  connect(editor, &EditorView::titleChanged, this, [this] { refreshChrome(); });
+  // An unanswered save question ends a quit: the user stays.
+  connect(editor, &EditorView::questionDropped, this, [this] { quitting_ = false; });
+  push(editor, crumbFor(path));
+  editor->textWidget()->setFocus();
+  return editor;
+}
+
+void MainWindow::goBack() {
+  if (stack_->count() <= 1) return;
+  QWidget* top = stack_->currentWidget();
+  if (auto* editor = qobject_cast<EditorView*>(top)) {
+    editor->requestClose();
+  } else {
+    pop(top);
+  }
+}
+
+void MainWindow::refreshChrome() {
+  back_->setEnabled(stack_->count() > 1);
+  QWidget* top = stack_->currentWidget();
+  QString crumb = top ? top->property("crumb").toString() : QString();
+  crumb_->setText(crumb);
+  QString title = QApplication::applicationDisplayName();
+  if (auto* editor = qobject_cast<EditorView*>(top); editor && !editor->title().isEmpty()) {
+    title = editor->title() + QStringLiteral(" \u2014 ") + title;
+  }
+  setWindowTitle(title);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  if (qobject_cast<EditorView*>(stack_->currentWidget())) {
+    // Editors leave through their controllers; the window closes after them.
+    event->ignore();
+    quitting_ = true;
+    continueQuit();
+    return;
+  }
+  saveGeometryToPreferences();
+  event->accept();
+}
+
+void MainWindow::continueQuit() {
+  if (!quitting_) return;
+  auto* editor = qobject_cast<EditorView*>(stack_->currentWidget());
+  if (!editor) {
+    quitting_ = false;
+    close();
+    return;
+  }
+  // The controller asks or closes; a close brings us back through pop().
+  editor->requestClose();
+}
+
+void MainWindow::restoreGeometryFromPreferences() {
+  const std::string saved = UserDefaults::standard().stringForKey(kGeometryKey);
+  if (!saved.empty() && restoreGeometry(QByteArray::fromBase64(QByteArray::fromStdString(saved)))) {
+    return;
+  }
+  // First start: a comfortable size, centred.
+  const QRect available = screen() ? screen()->availableGeometry() : QRect(0, 0, 1280, 800);
+  resize(std::min(1100, available.width() * 9 / 10), std::min(760, available.height() * 9 / 10));
+  move(available.center() - rect().center());
+}
+
+void MainWindow::saveGeometryToPreferences() {
+  UserDefaults::standard().setObject(kGeometryKey, saveGeometry().toBase64().toStdString());
+}
+
+QWidget* makeEmptyRoot(MainWindow* window) {
+  auto* root = new QWidget(window);
+  root->setObjectName(QStringLiteral("emptyRoot"));
+  auto* layout = new QVBoxLayout(root);
+  layout->addStretch();
+  auto* label =
+      new QLabel(MainWindow::tr("Folder browsing is not available in this version.\n"
+                                "Open a file to edit it, or start harbor-app with a file name."),
+                 root);
+  label->setAlignment(Qt::AlignCenter);
+  label->setWordWrap(true);
+  layout->addWidget(label);
+  auto* open = new QPushButton(MainWindow::tr("Open File\u2026"), root);
+  open->setObjectName(QStringLiteral("openFile"));
+  QObject::connect(open, &QPushButton::clicked, window, [window] {
+    const QString path = QFileDialog::getOpenFileName(
+        window, MainWindow::tr("Open File"),
+        QString::fromStdString(Directories::documentDirectory().string()));
+    if (!path.isEmpty()) window->openEditor(path.toStdString());
+  });
+  auto* row = new QHBoxLayout;
+  row->addStretch();
+  row->addWidget(open);
+  row->addStretch();
+  layout->addLayout(row);
+  layout->addStretch();
+  return root;
+}
+
+}  // namespace harbor::gui
