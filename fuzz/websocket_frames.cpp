@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "net/http/WebSocket.h"
+#include "platform/Unicode.h"
 
 namespace {
 using harbor::WebSocketFrameParser;
@@ -39,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       __builtin_trap();
     }
     if (e.data.size() > kLimit) __builtin_trap();
-    if (e.kind == WebSocketFrameParser::Event::Text && !WebSocketFrameParser::isValidUtf8(e.data)) {
+    if (e.kind == WebSocketFrameParser::Event::Text && !harbor::isValidUtf8(e.data)) {
       __builtin_trap();
     }
     bool last =

@@ -7,6 +7,8 @@ namespace harbor {
 
 // Document text is UTF-16; paths and names are UTF-8. Invalid input is
 // converted with U+FFFD so that a conversion never fails.
+// Well-formed UTF-8: no overlong forms, surrogates or code points past U+10FFFF.
+bool isValidUtf8(std::string_view bytes);
 std::u16string toUtf16(std::string_view utf8);
 std::string toUtf8(std::u16string_view utf16);
 

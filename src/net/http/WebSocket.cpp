@@ -27,41 +27,6 @@ bool validCloseCode(std::uint16_t c) {
 
 // ---- Frames -----------------------------------------------------------------
 
-bool WebSocketFrameParser::isValidUtf8(std::string_view s) {
-  std::size_t i = 0;
-  while (i < s.size()) {
-    auto c = static_cast<unsigned char>(s[i]);
-    if (c < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t n;
-    std::uint32_t cp;
-    if ((c & 0xE0) == 0xC0) {
-      n = 1;
-      cp = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      n = 2;
-      cp = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      n = 3;
-      cp = c & 0x07;
-    } else {
-      return false;
-    }
-    if (s.size() - i <= n) return false;
-    for (std::size_t k = 1; k <= n; ++k) {
-      auto d = static_cast<unsigned char>(s[i + k]);
-      if ((d & 0xC0) != 0x80) return false;
-      cp = (cp << 6) | (d & 0x3F);
-    }
-    static constexpr std::uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-    if (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-    i += n + 1;
-  }
-  return true;
-}
-
 void WebSocketFrameParser::feed(std::string_view data) {
   if (finished_) return;
   if (consumed_ > 0 && consumed_ == buffer_.size()) {
@@ -165,7 +130,7 @@ bool WebSocketFrameParser::nextEvent(Event& event) {
                                              static_cast<unsigned char>(payload[1]));
       std::string reason = payload.substr(2);
       if (!validCloseCode(code)) return fail(event, kProtocolError);
-      if (!isValidUtf8(reason)) return fail(event, kInvalidData);
+      if (!harbor::isValidUtf8(reason)) return fail(event, kInvalidData);
       event = Event{Event::Close, std::move(reason), code};
       return true;
     }
@@ -182,7 +147,7 @@ bool WebSocketFrameParser::nextEvent(Event& event) {
     std::string message;
     message.swap(message_);
     if (kind == kText) {
-      if (!isValidUtf8(message)) return fail(event, kInvalidData);
+      if (!harbor::isValidUtf8(message)) return fail(event, kInvalidData);
       event = Event{Event::Text, std::move(message), 0};
     } else {
       event = Event{Event::Binary, std::move(message), 0};

@@ -36,7 +36,6 @@ class WebSocketFrameParser {
   // A frame as the server sends it: final, unmasked.
   static std::string encodeFrame(int opcode, std::string_view payload);
   static std::string encodeClose(std::uint16_t code, std::string_view reason = {});
-  static bool isValidUtf8(std::string_view s);
 
  private:
   bool fail(Event& event, std::uint16_t code);
