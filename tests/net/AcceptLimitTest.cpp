@@ -68,6 +68,11 @@ class MemoryConnection : public HTTPConnection {
 }
 
 TEST(AcceptLimitTest, RunningOutOfDescriptorsPausesAcceptingUntilSomeAreFree) {
+#if defined(__SANITIZE_ADDRESS__)
+  // The sanitizers' runtime opens descriptors of its own (reports, symbols)
+  // and misreads memory once none are left; the ordinary build runs this.
+  GTEST_SKIP() << "not with the sanitizers: they need free descriptors themselves";
+#endif
   HTTPServer server;
   server.setPort(0);
   server.setInterface("127.0.0.1");
