@@ -9,6 +9,8 @@ namespace harbor {
 // converted with U+FFFD so that a conversion never fails.
 // Well-formed UTF-8: no overlong forms, surrogates or code points past U+10FFFF.
 bool isValidUtf8(std::string_view bytes);
+// Equal once A-Z are folded to a-z; nothing else is mapped.
+bool equalsIgnoringAsciiCase(std::u16string_view a, std::u16string_view b);
 std::u16string toUtf16(std::string_view utf8);
 std::string toUtf8(std::u16string_view utf16);
 

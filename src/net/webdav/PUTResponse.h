@@ -12,7 +12,7 @@ namespace harbor {
 // A PUT done in the initialiser: 200 replaced, 201 new, 400 for a partial
 // body ("Content-Range"), 403 when it cannot be written. A folder is never
 // replaced.
-class PUTResponse : public HTTPResponse {
+class PUTResponse : public HTTPErrorResponse {
  public:
   // The body waits in `bodyFile`, which is moved into place.
   static std::shared_ptr<PUTResponse> initWithFilePath(const std::string& path,
@@ -23,16 +23,8 @@ class PUTResponse : public HTTPResponse {
                                                            const DAVHeaders& headers,
                                                            std::string_view bodyData);
 
-  std::uint64_t contentLength() override { return 0; }
-  std::uint64_t offset() override { return 0; }
-  void setOffset(std::uint64_t) override {}
-  std::string readDataOfLength(std::size_t) override { return {}; }
-  bool isDone() override { return true; }
-  int status() override { return _status; }
-
  private:
-  explicit PUTResponse(int status) : _status(status) {}
-  int _status;
+  explicit PUTResponse(int status) : HTTPErrorResponse(status) {}
 };
 
 }  // namespace harbor

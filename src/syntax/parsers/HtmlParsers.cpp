@@ -10,20 +10,9 @@ namespace {
 
 constexpr std::size_t npos = std::u16string_view::npos;
 
-bool isAsciiCaseEqual(std::u16string_view a, std::u16string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char16_t x = a[i], y = b[i];
-    if (x >= u'A' && x <= u'Z') x = static_cast<char16_t>(x + 32);
-    if (y >= u'A' && y <= u'Z') y = static_cast<char16_t>(y + 32);
-    if (x != y) return false;
-  }
-  return true;
-}
-
 // Tag names compare ignoring case; ASCII needs no case mapping.
 bool sameName(std::u16string_view a, std::u16string_view b) {
-  if (isAsciiCaseEqual(a, b)) return true;
+  if (equalsIgnoringAsciiCase(a, b)) return true;
   const bool ascii = std::all_of(a.begin(), a.end(), [](char16_t c) { return c < 128; }) &&
                      std::all_of(b.begin(), b.end(), [](char16_t c) { return c < 128; });
   return !ascii && toLower(a) == toLower(b);
@@ -225,9 +214,9 @@ int MarkupScanner::scanPageDirective() {
   int type = kPageLanguageNone;
   if (auto e = scanIncludeElement(u"<%", u"%>", block)) {
     const std::u16string language = attributeValue(*e, u"Language");
-    if (isAsciiCaseEqual(language, u"C#")) {
+    if (equalsIgnoringAsciiCase(language, u"C#")) {
       type = kPageLanguageCSharp;
-    } else if (isAsciiCaseEqual(language, u"vb")) {
+    } else if (equalsIgnoringAsciiCase(language, u"vb")) {
       type = kPageLanguageVB;
     }
     elementItems.push_back(e);
@@ -333,7 +322,8 @@ bool HtmlFormatParser::isJavascript(const CodeElement& e) const {
   if (!v) return true;
   const std::u16string kind = withoutQuotes(*v);
   // language="VBScript" is the older spelling of type="text/vbscript".
-  return !isAsciiCaseEqual(kind, u"text/vbscript") && !isAsciiCaseEqual(kind, u"vbscript");
+  return !equalsIgnoringAsciiCase(kind, u"text/vbscript") &&
+         !equalsIgnoringAsciiCase(kind, u"vbscript");
 }
 
 std::shared_ptr<CodeElement> HtmlFormatParser::scanHtmlElement(bool) {
@@ -342,18 +332,19 @@ std::shared_ptr<CodeElement> HtmlFormatParser::scanHtmlElement(bool) {
   const std::u16string name = elementName(*element);
   const char* language = nullptr;
   TextRange closing;
-  if (isAsciiCaseEqual(name, u"style")) {
+  if (equalsIgnoringAsciiCase(name, u"style")) {
     closing = scanEndNode(u"style", false);
     language = "css";
-  } else if (isAsciiCaseEqual(name, u"script")) {
+  } else if (equalsIgnoringAsciiCase(name, u"script")) {
     // An external script: what follows is read as markup.
     if (isScriptLoadSource(*element)) return element;
     closing = scanEndNode(u"script", false);
-    if (isAsciiCaseEqual(attributeValue(*element, u"runat"), u"server")) {
+    if (equalsIgnoringAsciiCase(attributeValue(*element, u"runat"), u"server")) {
       const std::u16string lang = attributeValue(*element, u"LANGUAGE");
-      if (lang.empty() || isAsciiCaseEqual(lang, u"cs") || isAsciiCaseEqual(lang, u"c#")) {
+      if (lang.empty() || equalsIgnoringAsciiCase(lang, u"cs") ||
+          equalsIgnoringAsciiCase(lang, u"c#")) {
         language = "cs";
-      } else if (isAsciiCaseEqual(lang, u"vb")) {
+      } else if (equalsIgnoringAsciiCase(lang, u"vb")) {
         language = "vb";
       }
     } else {
@@ -497,7 +488,7 @@ bool PhpHtmlFormatParser::scanOtherPattern() {
   // "<?php" (any case), or the short echo tag "<?=".
   std::size_t marker = 0;
   if (currentIndex + 5 <= lastIndex && text[currentIndex + 1] == u'?' &&
-      isAsciiCaseEqual(text.substr(currentIndex + 2, 3), u"php")) {
+      equalsIgnoringAsciiCase(text.substr(currentIndex + 2, 3), u"php")) {
     marker = 5;
   } else if (currentIndex + 3 <= lastIndex && text.compare(currentIndex, 3, u"<?=") == 0) {
     marker = 3;

@@ -26,17 +26,6 @@ std::string joinFolder(const std::string& base, const std::string& folder) {
   return base + folder;
 }
 
-bool sameAsciiIgnoringCase(std::u16string_view a, std::u16string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char16_t x = a[i], y = b[i];
-    if (x >= u'A' && x <= u'Z') x = static_cast<char16_t>(x + 32);
-    if (y >= u'A' && y <= u'Z') y = static_cast<char16_t>(y + 32);
-    if (x != y) return false;
-  }
-  return true;
-}
-
 // An attribute value as the page means it: "&amp;" in a URL is "&".
 bool sameValue(std::u16string_view written, std::u16string_view wanted) {
   if (written == wanted) return true;
@@ -140,7 +129,7 @@ std::vector<TextRange> MhtFile::findAttriNameAndValue(std::u16string_view attriN
     if (!element) continue;
     for (const auto& attr : element->children()) {
       if (!attr || !attr->value()) continue;
-      if (!sameAsciiIgnoringCase(slice(attr->range), attriName)) continue;
+      if (!equalsIgnoringAsciiCase(slice(attr->range), attriName)) continue;
       TextRange r = attr->value()->range;
       std::u16string_view v = slice(r);
       if (v.size() >= 2 && (v.front() == u'"' || v.front() == u'\'') && v.back() == v.front()) {
