@@ -4,6 +4,7 @@
 #include "app/ShareAdapter.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
+#include "gui/Screens.h"
 #include "gui/Theme.h"
 
 namespace harbor::gui {
@@ -15,21 +16,41 @@ DesktopApplication::~DesktopApplication() {
   delegate_.reset();
 }
 
-void DesktopApplication::launch(const std::vector<std::string>& files) {
+namespace {
+// The process's port: the frame tells it of root changes; it follows the
+// window of the moment (tests make several in one process).
+std::shared_ptr<WindowPort> processPort(MainWindow& window) {
+  static std::shared_ptr<WindowPort> port;
+  if (!port) {
+    port = std::make_shared<WindowPort>(&window, window);
+    ScreenPort::set(port);
+  } else {
+    port->retarget(&window, window);
+  }
+  return port;
+}
+}  // namespace
+
+bool DesktopApplication::launch(const std::vector<std::string>& files, const std::string& show,
+                                const std::string& showPath) {
   installMainQueueDispatcher();
   applyApplicationTheme();
+  registerViews();
   delegate_ = std::make_unique<AppDelegate>();
   installShareServices(*delegate_);
   window_ = std::make_unique<MainWindow>();
+  processPort(*window_);
   ApplicationServices::shared().alertMsg = [this](const std::string& text) {
     if (QtScreenPort::noticeSink()) QtScreenPort::noticeSink()(QString::fromStdString(text));
   };
   // Preferences, the share server when it opens by itself, the lock check,
   // then the root: the frame decides the order.
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
-  window_->setRoot(makeEmptyRoot(window_.get()), MainWindow::tr("Documents"));
+  if (window_->depth() == 0) window_->showRootScreen(nullptr);
   for (const std::string& file : files) window_->openEditor(file);
+  bool shown = show.empty() || window_->showNamed(show, showPath);
   window_->show();
+  return shown;
 }
 
 }  // namespace harbor::gui

@@ -19,7 +19,10 @@ class DesktopApplication {
   DesktopApplication();
   ~DesktopApplication();
 
-  void launch(const std::vector<std::string>& files);
+  // `show` names a screen to open at launch (`--show NAME [PATH]`); false
+  // when no view has that name.
+  bool launch(const std::vector<std::string>& files, const std::string& show = {},
+              const std::string& showPath = {});
   MainWindow& window() { return *window_; }
   AppDelegate& delegate() { return *delegate_; }
 

@@ -2,17 +2,20 @@
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QFileDialog>
 #include <QHBoxLayout>
 #include <QPushButton>
 #include <QScreen>
 #include <QStatusBar>
 #include <QTimer>
+#include <QUrl>
 #include <QVBoxLayout>
 #include <filesystem>
 
 #include "gui/EditorView.h"
 #include "gui/QtScreenPort.h"
+#include "gui/Screens.h"
 #include "platform/Directories.h"
 #include "platform/UserDefaults.h"
 
@@ -72,6 +75,13 @@ QString MainWindow::crumbFor(const std::string& path) {
 
 void MainWindow::setRoot(QWidget* root, const QString& crumb) {
   root->setProperty("crumb", crumb);
+  // A new root takes the old one's place; the screens above stay.
+  if (QWidget* old = stack_->count() ? stack_->widget(0) : nullptr;
+      old && old->property("isRoot").toBool() && old != root) {
+    stack_->removeWidget(old);
+    old->deleteLater();
+  }
+  root->setProperty("isRoot", true);
   stack_->insertWidget(0, root);
   stack_->setCurrentIndex(stack_->count() - 1);
   refreshChrome();
@@ -105,6 +115,64 @@ EditorView* MainWindow::openEditor(const std::string& path) {
   push(editor, crumbFor(path));
   editor->textWidget()->setFocus();
   return editor;
+}
+
+bool MainWindow::pushScreen(std::shared_ptr<ViewController> screen) {
+  if (!screen) return false;
+  const ScreenFactory* make = Screens::screen(screenOf(screen)->className());
+  QWidget* page = make ? (*make)(screen, *this) : nullptr;
+  if (!page) {
+    statusBar()->showMessage(tr("This screen is not available here."), 4000);
+    return false;
+  }
+  const QVariant crumb = page->property("crumb");
+  push(page, crumb.isValid() ? crumb.toString() : page->windowTitle());
+  return true;
+}
+
+void MainWindow::showRootScreen(std::shared_ptr<ViewController> root) {
+  QWidget* page = nullptr;
+  if (root) {
+    if (const ScreenFactory* make = Screens::screen(screenOf(root)->className()))
+      page = (*make)(root, *this);
+  }
+  if (!page) page = makeEmptyRoot(this);
+  const QVariant crumb = page->property("crumb");
+  setRoot(page, crumb.isValid() ? crumb.toString() : tr("Documents"));
+}
+
+bool MainWindow::canOpen(ScreenRoute route) {
+  return route == ScreenRoute::Editor || route == ScreenRoute::HandOver ||
+         Screens::route(route) != nullptr;
+}
+
+void MainWindow::openFiles(ScreenRoute route, const std::vector<std::string>& files,
+                           std::size_t current) {
+  if (files.empty()) return;
+  if (current >= files.size()) current = 0;
+  const std::string& path = files[current];
+  if (route == ScreenRoute::Editor) {
+    openEditor(path);
+    return;
+  }
+  if (const RouteFactory* make = Screens::route(route)) {
+    if (QWidget* page = (*make)(files, current, *this)) {
+      const QVariant crumb = page->property("crumb");
+      push(page, crumb.isValid() ? crumb.toString() : crumbFor(path));
+      return;
+    }
+  }
+  // No view of ours: the desktop's own application for the file.
+  QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(path)));
+}
+
+bool MainWindow::showNamed(const std::string& name, const std::string& path) {
+  const ShowFactory* make = Screens::show(name);
+  QWidget* page = make ? (*make)(path, *this) : nullptr;
+  if (!page) return false;
+  const QVariant crumb = page->property("crumb");
+  push(page, crumb.isValid() ? crumb.toString() : QString::fromStdString(name));
+  return true;
 }
 
 void MainWindow::goBack() {

@@ -4,7 +4,11 @@
 #include <QMainWindow>
 #include <QStackedWidget>
 #include <QToolButton>
+#include <memory>
 #include <string>
+#include <vector>
+
+#include "platform/ScreenPort.h"
 
 namespace harbor::gui {
 
@@ -23,6 +27,18 @@ class MainWindow : public QMainWindow {
   // Removes `page` (the top, normally) and shows the one below.
   void pop(QWidget* page);
   EditorView* openEditor(const std::string& path);
+
+  // Binds a widget to a controller the libraries push (Screens' table);
+  // false when this application has no view for it.
+  bool pushScreen(std::shared_ptr<ViewController> screen);
+  // The window's root became `root` (the browser, or the lock screen).
+  void showRootScreen(std::shared_ptr<ViewController> root);
+  // A route's viewer on files[current]: the editor, a registered viewer, or
+  // the desktop's default application for a route we have no view for.
+  void openFiles(ScreenRoute route, const std::vector<std::string>& files, std::size_t current);
+  static bool canOpen(ScreenRoute route);
+  // `--show NAME [PATH]`: false for a name no view registered.
+  bool showNamed(const std::string& name, const std::string& path);
   int depth() const { return stack_->count(); }
   QWidget* top() const { return stack_->currentWidget(); }
   QString breadcrumb() const { return crumb_->text(); }

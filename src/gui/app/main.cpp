@@ -1,11 +1,13 @@
 #include <CLI/CLI.hpp>
 #include <QApplication>
 #include <algorithm>
+#include <cstdio>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "gui/Application.h"
+#include "gui/Screens.h"
 #include "platform/Directories.h"
 
 int main(int argc, char** argv) {
@@ -29,10 +31,14 @@ int main(int argc, char** argv) {
   CLI::App cli{"Harbor desktop: the editor and file manager in a window.", "harbor-app"};
   std::string root;
   std::vector<std::string> files;
+  std::string show;
   cli.add_option("--root", root,
                  "Document root (default: $HARBOR_ROOT, else ~/.local/share/harbor/Documents)")
       ->type_name("DIR");
-  cli.add_option("FILE", files, "Files to open in the editor; a new name starts a new file");
+  cli.add_option("FILE", files,
+                 "Files to open (the editor, or the file's viewer); a new name starts a new file. "
+                 "With --show, the first is the screen's PATH");
+  cli.add_option("--show", show, "Open this screen at launch")->type_name("NAME");
   cli.footer(
       "Qt's own options (-platform, -style, ...) are passed through.\n"
       "Exit codes: 0 success, 1 failure, 2 bad usage.");
@@ -52,6 +58,18 @@ int main(int argc, char** argv) {
   QApplication::setApplicationName(QStringLiteral("harbor"));
   QApplication::setApplicationDisplayName(QStringLiteral("Harbor"));
   harbor::gui::DesktopApplication desktop;
-  desktop.launch(files);
+  std::string showPath;
+  if (!show.empty() && !files.empty()) {
+    showPath = files.front();
+    files.erase(files.begin());
+  }
+  if (!desktop.launch(files, show, showPath)) {
+    std::string names;
+    for (const std::string& name : harbor::gui::Screens::showNames())
+      names += (names.empty() ? "" : ", ") + name;
+    std::fprintf(stderr, "harbor-app: no screen named '%s' (known: %s)\n", show.c_str(),
+                 names.c_str());
+    return 2;
+  }
   return app.exec();
 }
