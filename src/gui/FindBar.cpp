@@ -12,7 +12,6 @@
 
 #include "editor/EditorBaseController.h"
 #include "gui/EditorView.h"
-#include "gui/Theme.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -203,9 +202,11 @@ void FindBar::refresh() {
 
 void FindBar::highlight() {
   CodeEditor* editor = view_.textWidget();
-  const bool night = isNightMode() || isDarkDesktop(editor->palette());
-  const QColor all = night ? QColor(0x6b, 0x5a, 0x1e) : QColor(0xff, 0xe8, 0x8a);
-  const QColor current = night ? QColor(0xb0, 0x6a, 0x10) : QColor(0xff, 0xaa, 0x3c);
+  // The marks suit the text's own background, which night hours may keep
+  // light; the syntax colours stay readable on either.
+  const bool dark = editor->palette().color(QPalette::Base).lightness() < 110;
+  const QColor all = dark ? QColor(0x6b, 0x5a, 0x1e) : QColor(0xff, 0xe0, 0x70);
+  const QColor current = dark ? QColor(0xb0, 0x6a, 0x10) : QColor(0xff, 0xa5, 0x30);
   const TextRange sel = controller_->selection();
   QList<QTextEdit::ExtraSelection> selections;
   const int size = editor->document()->characterCount();

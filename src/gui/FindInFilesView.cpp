@@ -183,7 +183,7 @@ FindInFilesView::FindInFilesView(const std::string& folder, MainWindow& window, 
   tree_ = new QTreeWidget(this);
   tree_->setObjectName(QStringLiteral("findInFilesResults"));
   tree_->setColumnCount(2);
-  tree_->setHeaderLabels({tr8("File"), tr8("Text")});
+  tree_->setHeaderLabels({tr8("Name"), tr8("Text")});
   tree_->setUniformRowHeights(true);
   tree_->setAlternatingRowColors(true);
   tree_->setItemDelegate(new HitDelegate(tree_));
