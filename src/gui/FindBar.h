@@ -45,6 +45,8 @@ class FindBar : public QWidget {
   std::size_t replaceAll();
 
   const std::vector<FindTextItem>& hits() const { return hits_; }
+  // Typing has changed the search and the new one has not run yet.
+  bool isSearchPending() const { return refreshTimer_.isActive(); }
   QLineEdit* findField() const { return find_; }
   QLineEdit* replaceField() const { return replace_; }
   QCheckBox* caseBox() const { return case_; }

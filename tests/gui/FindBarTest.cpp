@@ -51,7 +51,8 @@ class FindBarTest : public test::TempHome {
   static void search(FindBar& bar, const QString& text) {
     bar.findField()->clear();
     QTest::keyClicks(bar.findField(), text);
-    QTest::qWait(200);  // the search runs when typing pauses
+    // The search runs when typing pauses.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !bar.isSearchPending(); }, 5000));
   }
 
   static void click(FindBar& bar, const char* name) {
