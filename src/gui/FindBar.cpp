@@ -106,7 +106,7 @@ FindBar::FindBar(EditorView& view)
     connect(b, &QCheckBox::toggled, this, [this] { refresh(); });
   }
   connect(find_, &QLineEdit::returnPressed, this, [this] {
-    refresh();
+    // Stepping runs a pending search first; a settled one is not repeated.
     if (QGuiApplication::keyboardModifiers() & Qt::ShiftModifier) {
       findPrevious();
     } else {
