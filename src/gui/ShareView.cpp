@@ -34,8 +34,17 @@ std::string rowValue(const FileShareController::Row& row, const char* key) {
   return it == row.end() ? std::string() : it->second;
 }
 
-QString link(const QString& url) {
-  return QStringLiteral("<a href=\"%1\">%1</a>").arg(url.toHtmlEscaped());
+// A live address is a link; a stopped server's is plain, dimmed text.
+QString addressText(const QString& url, bool live, const QPalette& palette) {
+  if (!live) {
+    return QStringLiteral("<span style=\"color:%2\">%1</span>")
+        .arg(url.toHtmlEscaped(), palette.color(QPalette::Disabled, QPalette::WindowText).name());
+  }
+  // Dark palettes often keep the default dark-blue link colour, unreadable there.
+  const bool dark = palette.color(QPalette::Window).lightness() < 128;
+  const QColor colour = dark ? QColor(0x7a, 0xb8, 0xff) : palette.color(QPalette::Link);
+  return QStringLiteral("<a style=\"color:%2\" href=\"%1\">%1</a>")
+      .arg(url.toHtmlEscaped(), colour.name());
 }
 
 // A browser is sending a file while its pieces sit in the upload folder.
@@ -69,6 +78,7 @@ ShareView::ShareView(std::shared_ptr<HarborFileShareController> controller,
   webState_ = new QLabel(web);
   webState_->setObjectName(QStringLiteral("webState"));
   webToggle_ = new QPushButton(web);
+  webToggle_->setMinimumWidth(90);
   webToggle_->setObjectName(QStringLiteral("webToggle"));
   webAddress_ = new QLabel(web);
   webAddress_->setObjectName(QStringLiteral("webAddress"));
@@ -105,6 +115,7 @@ ShareView::ShareView(std::shared_ptr<HarborFileShareController> controller,
   davState_ = new QLabel(dav);
   davState_->setObjectName(QStringLiteral("davState"));
   davToggle_ = new QPushButton(dav);
+  davToggle_->setMinimumWidth(90);
   davToggle_->setObjectName(QStringLiteral("davToggle"));
   auto* davRow = new QHBoxLayout;
   davRow->addWidget(davState_, 1);
@@ -122,6 +133,7 @@ ShareView::ShareView(std::shared_ptr<HarborFileShareController> controller,
   page->addWidget(dav);
 
   cloud_ = new QPushButton(this);
+  cloud_->setMinimumWidth(140);
   cloud_->setObjectName(QStringLiteral("cloudButton"));
   page->addWidget(cloud_, 0, Qt::AlignLeft);
 
@@ -236,9 +248,8 @@ void ShareView::refresh() {
                           : QString();
   networkHint_->setText(QString::fromStdString(hint));
   networkHint_->setVisible(!hint.empty());
-  webAddress_->setText(url.isEmpty() ? QString() : link(url));
+  webAddress_->setText(url.isEmpty() ? QString() : addressText(url, webRunning, palette()));
   webAddress_->setVisible(!url.isEmpty());
-  webAddress_->setEnabled(webRunning);
 
   const QString qrText = webRunning ? url : QString();
   if (qrText != qrAddress_) {
@@ -260,9 +271,8 @@ void ShareView::refresh() {
   davToggle_->setText(tr8(davRunning ? "StopShare" : "StartShare"));
   davToggle_->setEnabled(webDav_ != nullptr);
   const QString davUrl = webDavAddress();
-  davAddress_->setText(davUrl.isEmpty() ? QString() : link(davUrl));
+  davAddress_->setText(davUrl.isEmpty() ? QString() : addressText(davUrl, davRunning, palette()));
   davAddress_->setVisible(!davUrl.isEmpty());
-  davAddress_->setEnabled(davRunning);
   // The same password guards the WebDAV connection as the web pages' folders.
   davAuth_->setText(
       tr8(LoginPasswordUtil::getWifiPassword().empty() ? "WebDAVOpen" : "WebDAVDigest"));
