@@ -8,8 +8,12 @@
 #include <fstream>
 #include <memory>
 
+#include "app/ApplicationServices.h"
 #include "gui/CloudView.h"
+#include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
+#include "gui/Screens.h"
+#include "gui/ShareView.h"
 #include "platform/Strings.h"
 #include "support/TestSupport.h"
 
@@ -144,6 +148,31 @@ TEST_F(CloudViewTest, WithoutACloudFolderTheScreenSaysSo) {
   EXPECT_TRUE(view_->findChild<QLabel*>(QStringLiteral("cloudUnavailable"))->isVisible());
   EXPECT_FALSE(view_->tree()->isVisible());
   EXPECT_FALSE(view_->download((docs_ / "present.txt").string()));
+}
+
+TEST_F(CloudViewTest, SharingScreensCloudRowAndShowNameOpenTheCloudScreen) {
+  registerViews();
+  auto& services = ApplicationServices::shared();
+  const auto savedIdentity = services.cloudIdentityAvailable;
+  services.cloudIdentityAvailable = [] { return true; };
+  auto share = std::make_shared<WiFiShare>();
+  auto controller = std::make_shared<HarborFileShareController>(share);
+  controller->viewDidLoad();
+  MainWindow window;
+  window.setRoot(makeEmptyRoot(&window), QStringLiteral("Documents"));
+  auto* shareView = new ShareView(controller, nullptr, &window);
+  window.push(shareView, shareView->windowTitle());
+  window.show();
+  QTest::mouseClick(shareView->findChild<QPushButton*>(QStringLiteral("cloudButton")),
+                    Qt::LeftButton);
+  auto* cloud = qobject_cast<CloudView*>(window.top());
+  ASSERT_NE(cloud, nullptr) << "the cloud row pushed nothing";
+  EXPECT_NE(cloud->tree()->findItems(QStringLiteral("present.txt"), Qt::MatchRecursive).size(), 0);
+
+  ASSERT_TRUE(window.showNamed("cloud", ""));
+  EXPECT_NE(qobject_cast<CloudView*>(window.top()), cloud);
+  EXPECT_NE(qobject_cast<CloudView*>(window.top()), nullptr);
+  services.cloudIdentityAvailable = savedIdentity;
 }
 
 }  // namespace
