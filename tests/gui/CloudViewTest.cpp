@@ -36,6 +36,8 @@ class CloudViewTest : public test::TempHome {
   }
   void TearDown() override {
     view_.reset();
+    // A window made here set the notice sink to itself; it is gone now.
+    QtScreenPort::noticeSink() = nullptr;
     CloudProvider::setShared(nullptr);
     TempHome::TearDown();
   }
