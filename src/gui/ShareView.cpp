@@ -353,7 +353,16 @@ void installShareFollower() {
     if (*davWasRunning) desktopWebDavShare()->startHttpServer();
   };
   hooks.uploadsInProgress = uploadsInProgress;
-  qApp->installEventFilter(new ShareFollower(std::move(hooks), qApp));
+  auto* follower = new ShareFollower(std::move(hooks), qApp);
+  qApp->installEventFilter(follower);
+  // Platforms that suspend or hide a whole application say so directly.
+  QObject::connect(qApp, &QGuiApplication::applicationStateChanged, follower,
+                   [follower](Qt::ApplicationState state) {
+                     if (state == Qt::ApplicationSuspended || state == Qt::ApplicationHidden)
+                       follower->setBackground(true);
+                     else if (state == Qt::ApplicationActive)
+                       follower->setBackground(false);
+                   });
 }
 
 }  // namespace
