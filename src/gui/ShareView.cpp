@@ -237,7 +237,7 @@ void ShareView::refresh() {
   }
 
   const bool webRunning = controller_->httpServer() && controller_->httpServer()->isRunning();
-  webState_->setText(tr8(webRunning ? "ShareRunning" : "ShareStopped"));
+
   webToggle_->setText(tr8(webRunning ? "StopShare" : "StartShare"));
   webToggle_->setEnabled(controller_->httpServer() != nullptr);
 
@@ -246,6 +246,10 @@ void ShareView::refresh() {
   const QString url = addressRow && hint.empty()
                           ? QString::fromStdString(rowValue(*addressRow, "control_row_text"))
                           : QString();
+  // The state line leads to the address only when there is one to follow.
+  webState_->setText(tr8(!webRunning     ? "ShareStopped"
+                         : url.isEmpty() ? "ShareOn"
+                                         : "ShareRunning"));
   networkHint_->setText(QString::fromStdString(hint));
   networkHint_->setVisible(!hint.empty());
   webAddress_->setText(url.isEmpty() ? QString() : addressText(url, webRunning, palette()));
@@ -267,10 +271,12 @@ void ShareView::refresh() {
   autoOpen_->setVisible(switchRow != nullptr);
 
   const bool davRunning = webDav_ && webDav_->isRunning();
-  davState_->setText(tr8(davRunning ? "ShareRunning" : "ShareStopped"));
   davToggle_->setText(tr8(davRunning ? "StopShare" : "StartShare"));
   davToggle_->setEnabled(webDav_ != nullptr);
   const QString davUrl = webDavAddress();
+  davState_->setText(tr8(!davRunning        ? "ShareStopped"
+                         : davUrl.isEmpty() ? "ShareOn"
+                                            : "WebDAVRunning"));
   davAddress_->setText(davUrl.isEmpty() ? QString() : addressText(davUrl, davRunning, palette()));
   davAddress_->setVisible(!davUrl.isEmpty());
   // The same password guards the WebDAV connection as the web pages' folders.

@@ -32,6 +32,7 @@ if [ -x "$share" ]; then
   xrun() { xvfb-run -a -s "-screen 0 1280x900x24" "$share" "$@"; }
   xrun share "$out/share-light.png" "$work/root"
   xrun --night share "$out/share-dark.png" "$work/root"
+  xrun offline "$out/share-offline-light.png" "$work/root"
   xrun cloud "$out/cloud-light.png" "$work/cloud" "$work/root"
   xrun --night cloud "$out/cloud-dark.png" "$work/cloud" "$work/root"
 fi

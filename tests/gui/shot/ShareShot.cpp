@@ -1,6 +1,6 @@
 // Pictures of the sharing and cloud screens, and a share left running for a
 // browser to open:
-//   harbor_gui_share_shot [--night] share OUT.png ROOT
+//   harbor_gui_share_shot [--night] share|offline OUT.png ROOT
 //   harbor_gui_share_shot [--night] cloud OUT.png CLOUDDIR ROOT
 //   harbor_gui_share_shot serve CODE.png ROOT
 // `serve` saves the QR code the screen shows, prints its address and keeps
@@ -38,7 +38,8 @@ void nightAllDay() {
 
 int usage() {
   std::fprintf(
-      stderr, "usage: harbor_gui_share_shot [--night] share|cloud|serve OUT.png [CLOUDDIR] ROOT\n");
+      stderr,
+      "usage: harbor_gui_share_shot [--night] share|offline|cloud|serve OUT.png [CLOUDDIR] ROOT\n");
   return 2;
 }
 
@@ -78,13 +79,16 @@ int main(int argc, char** argv) {
     // A placeholder chosen, so the actions on it show enabled.
     const auto found = view->tree()->findItems(QStringLiteral("photos.zip"), Qt::MatchRecursive);
     if (!found.isEmpty()) view->tree()->setCurrentItem(found.first());
-  } else if (mode == QLatin1String("share") || mode == QLatin1String("serve")) {
+  } else if (mode == QLatin1String("share") || mode == QLatin1String("serve") ||
+             mode == QLatin1String("offline")) {
     // A test's share takes a free port rather than the user's.
     if (mode == QLatin1String("serve"))
       ShareHooks::shared().httpServerPort = [] { return std::uint16_t{0}; };
     share = std::make_shared<WiFiShare>();
     share->initHttpServer();
     controller = std::make_shared<HarborFileShareController>(share);
+    // No network: the screen shows its hint instead of addresses.
+    if (mode == QLatin1String("offline")) controller->localAddress = [] { return std::string(); };
     controller->viewDidLoad();
     shareView = new gui::ShareView(controller, gui::desktopWebDavShare(), &window);
     window.push(shareView, shareView->windowTitle());
