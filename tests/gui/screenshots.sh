@@ -18,7 +18,6 @@ run --night "$out/editor-html-dark.png" "$work/index.html"
 run "$out/editor-cpp-light.png" "$work/Buffer.cpp"
 run --night "$out/editor-cpp-dark.png" "$work/Buffer.cpp"
 run --type " ret" "$out/editor-cpp-suggest.png" "$work/Buffer.cpp"
-ls -1 "$out"/editor-*.png
 # Find bar, find in files and the custom syntax screens, by day and by night.
 find=$build/bin/harbor_find_shot
 if [ -x "$find" ]; then
@@ -36,3 +35,22 @@ if [ -x "$find" ]; then
   done
   ls -1 "$out"/find-*.png "$out"/custom-syntax-*.png
 fi
+# The sharing screen, and the cloud screen over a sync folder with a file
+# downloaded, one in the cloud, one arriving and a folder.
+share=$build/bin/harbor_gui_share_shot
+if [ -x "$share" ]; then
+  mkdir -p "$work/root/Projects" "$work/cloud/Documents/Reports"
+  echo notes >"$work/root/notes.txt"
+  echo plan >"$work/cloud/Documents/plan.md"
+  echo 2048 >"$work/cloud/Documents/.photos.zip.cloud"
+  echo 1000 >"$work/cloud/Documents/.video.mp4.cloud"
+  head -c 400 /dev/zero >"$work/cloud/Documents/.video.mp4.cloud-part"
+  echo q3 >"$work/cloud/Documents/Reports/q3.csv"
+  xrun() { xvfb-run -a -s "-screen 0 1280x900x24" "$share" "$@"; }
+  xrun share "$out/share-light.png" "$work/root"
+  xrun --night share "$out/share-dark.png" "$work/root"
+  xrun offline "$out/share-offline-light.png" "$work/root"
+  xrun cloud "$out/cloud-light.png" "$work/cloud" "$work/root"
+  xrun --night cloud "$out/cloud-dark.png" "$work/cloud" "$work/root"
+fi
+ls -1 "$out"/editor-*.png "$out"/share-*.png "$out"/cloud-*.png 2>/dev/null

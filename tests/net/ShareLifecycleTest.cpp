@@ -7,6 +7,7 @@
 #include "net/http/HTTPUtil.h"
 #include "net/share/FileShareController.h"
 #include "net/share/WiFiShare.h"
+#include "platform/Strings.h"
 #include "prefs/FileShareUtil.h"
 #include "prefs/LoginPasswordUtil.h"
 #include "support/TestSupport.h"
@@ -68,7 +69,7 @@ TEST_F(ShareLifecycleTest, TheScreenStartsTheShareAndShowsWhereToFindIt) {
   screen.localAddress = [] { return std::string(); };
   screen.viewDidLoad();
   EXPECT_EQ(screen.sectionArray().front().rows.front().at("CONTROL_ROW_DETAIL_TEXT"),
-            "EnterWifiAddress");
+            localizedString("EnterWifiAddress"));
   screen.viewWillAppear();
   EXPECT_TRUE(share->isRunning());
   EXPECT_EQ(holds_, 1);

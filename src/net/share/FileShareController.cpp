@@ -52,7 +52,10 @@ void FileShareController::viewDidDisappear() {
 std::string FileShareController::address() const {
   std::string a = localAddress ? localAddress() : std::string();
   if (a.empty() || !httpServer_ || !httpServer_->webServer()) return {};
-  return "http://" + a + ":" + std::to_string(httpServer_->webServer()->listeningPort());
+  // Stopped, the server has no bound port: the address is the one it will use.
+  const HTTPServer& server = *httpServer_->webServer();
+  const std::uint16_t port = server.isRunning() ? server.listeningPort() : server.port();
+  return "http://" + a + ":" + std::to_string(port);
 }
 
 bool FileShareController::IsWIFIConnection() {

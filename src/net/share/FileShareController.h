@@ -31,6 +31,8 @@ class FileShareController {
   // "http://ADDRESS:PORT"; empty without an address.
   std::string address() const;
   static bool IsWIFIConnection();
+  // The web file manager share this screen drives.
+  const std::shared_ptr<WiFiShare>& httpServer() const { return httpServer_; }
 
   const std::string& title() const { return title_; }
   const std::vector<Section>& sectionArray() const { return sectionArray_; }
