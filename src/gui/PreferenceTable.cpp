@@ -1,5 +1,6 @@
 #include "gui/PreferenceTable.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 
 #include "platform/Strings.h"
@@ -45,8 +46,8 @@ QFrame* PreferenceTable::addSection(const std::string& title) {
   auto* card = new QFrame(content_);
   card->setObjectName(QStringLiteral("section"));
   card->setFrameShape(QFrame::StyledPanel);
-  card->setBackgroundRole(QPalette::Base);
   card->setAutoFillBackground(true);
+  paintCard(card);
   auto* rows = new QVBoxLayout(card);
   rows->setContentsMargins(0, 0, 0, 0);
   rows->setSpacing(0);
@@ -61,11 +62,14 @@ QWidget* PreferenceTable::addRow(QFrame* section, const std::string& text, const
     auto* line = new QFrame(section);
     line->setFrameShape(QFrame::HLine);
     line->setFrameShadow(QFrame::Plain);
-    line->setForegroundRole(QPalette::Mid);
+    line->setObjectName(QStringLiteral("separator"));
+    line->setFixedHeight(1);
+    paintCard(line);
     rows->addWidget(line);
   }
   auto* row = new QWidget(section);
   row->setObjectName(QStringLiteral("row"));
+  row->setMinimumHeight(44);
   auto* h = new QHBoxLayout(row);
   h->setContentsMargins(12, 8, 12, 8);
   auto* texts = new QVBoxLayout;
@@ -88,6 +92,31 @@ QWidget* PreferenceTable::addRow(QFrame* section, const std::string& text, const
   }
   rows->addWidget(row);
   return row;
+}
+
+void PreferenceTable::paintCard(QWidget* widget) {
+  const QPalette app = palette();
+  const bool dark = app.color(QPalette::Window).lightness() < 128;
+  QPalette p = widget->palette();
+  // At night the fields are as dark as the base colour: the group is
+  // lifted above the window instead, so they stand out from it.
+  if (widget->objectName() == QLatin1String("separator")) {
+    QColor line = app.color(QPalette::WindowText);
+    line.setAlpha(dark ? 50 : 40);
+    p.setColor(QPalette::WindowText, line);
+  } else {
+    p.setColor(QPalette::Window,
+               dark ? app.color(QPalette::Window).lighter(135) : app.color(QPalette::Base));
+  }
+  widget->setPalette(p);
+}
+
+void PreferenceTable::changeEvent(QEvent* event) {
+  QScrollArea::changeEvent(event);
+  if (event->type() != QEvent::PaletteChange) return;
+  // Night mode switched while the table shows.
+  for (QFrame* card : content_->findChildren<QFrame*>(QStringLiteral("section"))) paintCard(card);
+  for (QFrame* line : content_->findChildren<QFrame*>(QStringLiteral("separator"))) paintCard(line);
 }
 
 std::string PreferenceTable::value(const PreferenceRow& row, const char* key) {

@@ -29,7 +29,12 @@ class PreferenceTable : public QScrollArea {
 
   static std::string value(const PreferenceRow& row, const char* key);
 
+ protected:
+  void changeEvent(QEvent* event) override;
+
  private:
+  void paintCard(QWidget* widget);
+
   QWidget* content_;
   QVBoxLayout* layout_;
 };

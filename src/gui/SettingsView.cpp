@@ -10,6 +10,7 @@
 #include <QPushButton>
 #include <QTimeEdit>
 #include <QTimer>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <map>
 
@@ -266,13 +267,14 @@ void SettingsView::addRow(QWidget* section, const PreferenceRow& row) {
   }
   QWidget* open = nullptr;
   if (!event.empty()) {
-    auto* button = new QPushButton(
+    auto* button = new QToolButton;
+    button->setText(
         (detail.empty() ? QString() : QString::fromStdString(detail) + QStringLiteral("  ")) +
         QStringLiteral("\u203a"));
     button->setObjectName(QString::fromStdString(event));
-    button->setFlat(true);
+    button->setAutoRaise(true);
     button->setCursor(Qt::PointingHandCursor);
-    connect(button, &QPushButton::clicked, this, [this, event] { runEvent(event); });
+    connect(button, &QToolButton::clicked, this, [this, event] { runEvent(event); });
     open = button;
   }
   table_->addRow(card, text, {}, open);

@@ -6,6 +6,7 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QTest>
+#include <QToolButton>
 #include <chrono>
 
 #include "app/SettingsLoginPassword.h"
@@ -132,22 +133,22 @@ TEST_F(SettingsViewTest, SwitchesStoreTheirFlagAndNightModeRepaintsAtOnce) {
 
 TEST_F(SettingsViewTest, PickersStoreTheChosenValueAndTheRowShowsIt) {
   ASSERT_TRUE(window_->showNamed("settings", {}));
-  auto* order = child<QPushButton>(QStringLiteral("loadFileOrderType:"));
+  auto* order = child<QToolButton>(QStringLiteral("loadFileOrderType:"));
   ASSERT_NE(order, nullptr);
   order->click();
   choose(QStringLiteral("picker_loadFileOrderType"), 3);
   EXPECT_EQ(CommonUtil::getFileDisplayType(), 3);
 
-  child<QPushButton>(QStringLiteral("loadImageFormat:"))->click();
+  child<QToolButton>(QStringLiteral("loadImageFormat:"))->click();
   choose(QStringLiteral("picker_loadImageFormat"), 2);
   EXPECT_EQ(ImageSettings::getImportFormat(), "png");
   QTest::qWait(20);
-  auto* format = child<QPushButton>(QStringLiteral("loadImageFormat:"));
+  auto* format = child<QToolButton>(QStringLiteral("loadImageFormat:"));
   ASSERT_NE(format, nullptr);
   EXPECT_TRUE(format->text().contains(QString::fromStdString(localizedString("png"))));
 
   // The default encoding through the encoding picker's controller.
-  child<QPushButton>(QStringLiteral("loadEncoding:"))->click();
+  child<QToolButton>(QStringLiteral("loadEncoding:"))->click();
   QDialog* encodings = dialog(QStringLiteral("picker_loadEncoding"));
   ASSERT_NE(encodings, nullptr);
   QListWidget* list = encodings->findChild<QListWidget*>();

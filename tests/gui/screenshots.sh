@@ -18,4 +18,11 @@ run --night "$out/editor-html-dark.png" "$work/index.html"
 run "$out/editor-cpp-light.png" "$work/Buffer.cpp"
 run --night "$out/editor-cpp-dark.png" "$work/Buffer.cpp"
 run --type " ret" "$out/editor-cpp-suggest.png" "$work/Buffer.cpp"
-ls -1 "$out"/editor-*.png
+settings=$build/bin/harbor_gui_settings_shot
+if [ -x "$settings" ]; then
+  for screen in lock lock-refused settings lock-settings; do
+    xvfb-run -a -s "-screen 0 1280x900x24" "$settings" "$screen" "$out/$screen-light.png"
+    xvfb-run -a -s "-screen 0 1280x900x24" "$settings" --night "$screen" "$out/$screen-dark.png"
+  done
+fi
+ls -1 "$out"/*.png
