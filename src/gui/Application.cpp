@@ -41,8 +41,8 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   installShareServices(*delegate_);
   window_ = std::make_unique<MainWindow>();
   auto port = processPort(*window_);
-  // The lock screen comes up through this port; without it a locked start
-  // would show the documents.
+  // The lock's password store, this platform's biometrics (none) and the
+  // lock screen reporting through the window.
   installLockServices(*delegate_, port);
   // Minimising is going to the background: the lock comes back on return.
   QObject::connect(window_.get(), &MainWindow::enteredBackground, window_.get(), [this] {

@@ -3,12 +3,14 @@
 #include <QApplication>
 #include <QFrame>
 #include <QHBoxLayout>
+#include <QPixmap>
 #include <QVBoxLayout>
 
 #include "app/LocalLoginController.h"
 #include "gui/MainWindow.h"
 #include "gui/PasswordSettingsView.h"
 #include "gui/Screens.h"
+#include "platform/Resources.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -53,6 +55,16 @@ LockView::LockView(std::shared_ptr<LocalLoginController> controller, MainWindow&
   form->setContentsMargins(28, 24, 28, 24);
   form->setSpacing(10);
 
+  if (auto icon = resourcePath("desktop/harbor-128.png")) {
+    auto* picture = new QLabel(card);
+    const qreal ratio = devicePixelRatioF();
+    QPixmap pixmap(QString::fromStdString(icon->string()));
+    pixmap = pixmap.scaled(QSize(64, 64) * ratio, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    pixmap.setDevicePixelRatio(ratio);
+    picture->setPixmap(pixmap);
+    picture->setAlignment(Qt::AlignCenter);
+    form->addWidget(picture);
+  }
   auto* name = new QLabel(QApplication::applicationDisplayName(), card);
   QFont big = name->font();
   big.setPointSizeF(big.pointSizeF() * 1.6);

@@ -144,8 +144,11 @@ void MainWindow::showRootScreen(std::shared_ptr<ViewController> root) {
     uncover();
     layers_->addWidget(page);
     layers_->setCurrentWidget(page);
-    // Nothing of what lies under the cover shows, not even in the title.
+    // Nothing of what lies under the cover shows, not even in the title or
+    // a notice.
     setWindowTitle(QApplication::applicationDisplayName());
+    statusBar()->clearMessage();
+    statusBar()->hide();
     return;
   }
   uncover();
@@ -203,6 +206,7 @@ void MainWindow::uncover() {
     page->deleteLater();
   }
   layers_->setCurrentIndex(0);
+  statusBar()->show();
   refreshChrome();
 }
 

@@ -1,5 +1,6 @@
 // The lock screen over the window, driven as a user would, offscreen.
 #include <QApplication>
+#include <QStatusBar>
 #include <QTest>
 #include <QToolButton>
 #include <memory>
@@ -69,6 +70,7 @@ TEST_F(LockViewTest, LockedStartRefusesAWrongPasswordAndOpensWithTheRightOne) {
   // Neither the navigation nor the title tell what lies under the lock.
   EXPECT_FALSE(window.findChild<QToolButton*>(QStringLiteral("back"))->isVisible());
   EXPECT_EQ(window.windowTitle(), QApplication::applicationDisplayName());
+  EXPECT_FALSE(window.statusBar()->isVisible());
 
   enter(QStringLiteral("harbor"));
   ASSERT_NE(lock(), nullptr);
