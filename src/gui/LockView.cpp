@@ -10,6 +10,7 @@
 #include "gui/MainWindow.h"
 #include "gui/PasswordSettingsView.h"
 #include "gui/Screens.h"
+#include "gui/Theme.h"
 #include "platform/Resources.h"
 #include "platform/Strings.h"
 
@@ -96,7 +97,10 @@ LockView::LockView(std::shared_ptr<LocalLoginController> controller, MainWindow&
   message_->setWordWrap(true);
   message_->setAlignment(Qt::AlignCenter);
   QPalette warn = message_->palette();
-  warn.setColor(QPalette::WindowText, QColor(0xd0, 0x3a, 0x2f));
+  // A red that stays readable on the night palette.
+  warn.setColor(QPalette::WindowText, isDarkDesktop(QApplication::palette())
+                                          ? QColor(0xff, 0x80, 0x72)
+                                          : QColor(0xc4, 0x2b, 0x1f));
   message_->setPalette(warn);
   message_->hide();
   form->addWidget(message_);

@@ -1,5 +1,6 @@
 #include "gui/PasswordSettingsView.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QHBoxLayout>
 #include <QLineEdit>
@@ -11,6 +12,7 @@
 #include "gui/MainWindow.h"
 #include "gui/PreferenceTable.h"
 #include "gui/Screens.h"
+#include "gui/Theme.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -79,7 +81,10 @@ PasswordSettingsView::PasswordSettingsView(MainWindow& window) : QWidget(&window
   message_->setWordWrap(true);
   message_->setContentsMargins(24, 10, 24, 0);
   QPalette warn = message_->palette();
-  warn.setColor(QPalette::WindowText, QColor(0xd0, 0x3a, 0x2f));
+  // A red that stays readable on the night palette.
+  warn.setColor(QPalette::WindowText, isDarkDesktop(QApplication::palette())
+                                          ? QColor(0xff, 0x80, 0x72)
+                                          : QColor(0xc4, 0x2b, 0x1f));
   message_->setPalette(warn);
   message_->hide();
   layout->addWidget(message_);
