@@ -1,6 +1,7 @@
 #include "gui/Application.h"
 
 #include "app/AppDelegate.h"
+#include "app/LockServices.h"
 #include "app/ShareAdapter.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
@@ -39,14 +40,27 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   delegate_ = std::make_unique<AppDelegate>();
   installShareServices(*delegate_);
   window_ = std::make_unique<MainWindow>();
-  processPort(*window_);
+  auto port = processPort(*window_);
+  // The lock's password store, this platform's biometrics (none) and the
+  // lock screen reporting through the window.
+  installLockServices(*delegate_, port);
+  // Minimising is going to the background: the lock comes back on return.
+  QObject::connect(window_.get(), &MainWindow::enteredBackground, window_.get(), [this] {
+    delegate_->applicationWillResignActive();
+    delegate_->applicationDidEnterBackground();
+  });
+  QObject::connect(window_.get(), &MainWindow::enteredForeground, window_.get(), [this] {
+    delegate_->applicationWillEnterForeground();
+    delegate_->applicationDidBecomeActive();
+  });
   ApplicationServices::shared().alertMsg = [this](const std::string& text) {
     if (QtScreenPort::noticeSink()) QtScreenPort::noticeSink()(QString::fromStdString(text));
   };
   // Preferences, the share server when it opens by itself, the lock check,
   // then the root: the frame decides the order.
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
-  if (window_->depth() == 0) window_->showRootScreen(nullptr);
+  // Behind a lock the normal root is still built, under the cover.
+  if (window_->depth() == 0) window_->placeRoot(delegate_->rootViewController());
   for (const std::string& file : files) window_->openEditor(file);
   bool shown = show.empty() || window_->showNamed(show, showPath);
   window_->show();

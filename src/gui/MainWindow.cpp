@@ -51,7 +51,9 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   layout->addWidget(bar);
   stack_ = new QStackedWidget(central);
   layout->addWidget(stack_, 1);
-  setCentralWidget(central);
+  layers_ = new QStackedWidget(this);
+  layers_->addWidget(central);
+  setCentralWidget(layers_);
   notice_ = new QLabel(this);
   statusBar()->addWidget(notice_, 1);
   // Notices outlive no window: a closed one drops them.
@@ -132,15 +134,82 @@ bool MainWindow::pushScreen(std::shared_ptr<ViewController> screen) {
   return true;
 }
 
+namespace {
+quintptr controllerId(const std::shared_ptr<ViewController>& root) {
+  return reinterpret_cast<quintptr>(root.get());
+}
+}  // namespace
+
 void MainWindow::showRootScreen(std::shared_ptr<ViewController> root) {
+  QWidget* page = isRootShown(root) ? nullptr : makeRootPage(root);
+  if (page && page->property("coversWindow").toBool()) {
+    uncover();
+    layers_->addWidget(page);
+    layers_->setCurrentWidget(page);
+    // Nothing of what lies under the cover shows, not even in the title or
+    // a notice.
+    setWindowTitle(QApplication::applicationDisplayName());
+    statusBar()->clearMessage();
+    statusBar()->hide();
+    return;
+  }
+  uncover();
+  if (page) installRoot(page);
+}
+
+void MainWindow::placeRoot(std::shared_ptr<ViewController> root) {
+  if (isRootShown(root)) return;
+  QWidget* page = makeRootPage(root);
+  // A covering screen is no root of the stack.
+  if (page->property("coversWindow").toBool()) {
+    page->deleteLater();
+    page = makeEmptyRoot(this);
+    page->setProperty("rootController", QVariant::fromValue(quintptr(0)));
+  }
+  installRoot(page);
+}
+
+bool MainWindow::isRootShown(const std::shared_ptr<ViewController>& root) const {
+  // The same root coming back (after the lock) keeps its widget and state.
+  QWidget* old = stack_->count() ? stack_->widget(0) : nullptr;
+  return root && old && old->property("isRoot").toBool() &&
+         old->property("rootController").value<quintptr>() == controllerId(root);
+}
+
+QWidget* MainWindow::makeRootPage(const std::shared_ptr<ViewController>& root) {
   QWidget* page = nullptr;
   if (root) {
     if (const ScreenFactory* make = Screens::screen(screenOf(root)->className()))
       page = (*make)(root, *this);
   }
   if (!page) page = makeEmptyRoot(this);
+  page->setProperty("rootController", QVariant::fromValue(controllerId(root)));
+  return page;
+}
+
+void MainWindow::installRoot(QWidget* page) {
   const QVariant crumb = page->property("crumb");
   setRoot(page, crumb.isValid() ? crumb.toString() : tr("Documents"));
+}
+
+bool MainWindow::isCovered() const {
+  return layers_->currentIndex() > 0;
+}
+
+QWidget* MainWindow::cover() const {
+  return isCovered() ? layers_->currentWidget() : nullptr;
+}
+
+void MainWindow::uncover() {
+  while (layers_->count() > 1) {
+    QWidget* page = layers_->widget(layers_->count() - 1);
+    layers_->removeWidget(page);
+    page->hide();
+    page->deleteLater();
+  }
+  layers_->setCurrentIndex(0);
+  statusBar()->show();
+  refreshChrome();
 }
 
 bool MainWindow::canOpen(ScreenRoute route) {
@@ -189,6 +258,7 @@ void MainWindow::goBack() {
 
 void MainWindow::refreshChrome() {
   back_->setEnabled(stack_->count() > 1);
+  if (isCovered()) return;
   QWidget* top = stack_->currentWidget();
   QString crumb = top ? top->property("crumb").toString() : QString();
   crumb_->setText(crumb);
@@ -197,6 +267,15 @@ void MainWindow::refreshChrome() {
     title = editor->title() + QStringLiteral(" \u2014 ") + title;
   }
   setWindowTitle(title);
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+  QMainWindow::changeEvent(event);
+  if (event->type() != QEvent::WindowStateChange) return;
+  const bool wasMinimized =
+      static_cast<QWindowStateChangeEvent*>(event)->oldState() & Qt::WindowMinimized;
+  if (isMinimized() && !wasMinimized) emit enteredBackground();
+  if (!isMinimized() && wasMinimized) emit enteredForeground();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -31,8 +31,15 @@ class MainWindow : public QMainWindow {
   // Binds a widget to a controller the libraries push (Screens' table);
   // false when this application has no view for it.
   bool pushScreen(std::shared_ptr<ViewController> screen);
-  // The window's root became `root` (the browser, or the lock screen).
+  // The window's root became `root` (the browser, or the lock screen). A
+  // screen that covers the window (the lock) hides everything, the stack
+  // included, without closing anything; the next root uncovers it.
   void showRootScreen(std::shared_ptr<ViewController> root);
+  // The stack's bottom for `root` without touching a cover: a locked start
+  // still gets its browser underneath.
+  void placeRoot(std::shared_ptr<ViewController> root);
+  bool isCovered() const;
+  QWidget* cover() const;
   // A route's viewer on files[current]: the editor, a registered viewer, or
   // the desktop's default application for a route we have no view for.
   void openFiles(ScreenRoute route, const std::vector<std::string>& files, std::size_t current);
@@ -46,8 +53,14 @@ class MainWindow : public QMainWindow {
   // The breadcrumb of a path: its folders below the document root.
   static QString crumbFor(const std::string& path);
 
+ signals:
+  // Minimised and restored: the frame's background and foreground.
+  void enteredBackground();
+  void enteredForeground();
+
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
  private:
   void goBack();
@@ -57,6 +70,12 @@ class MainWindow : public QMainWindow {
   // Quitting asks each unsaved editor in turn, top first.
   void continueQuit();
 
+  void uncover();
+  bool isRootShown(const std::shared_ptr<ViewController>& root) const;
+  QWidget* makeRootPage(const std::shared_ptr<ViewController>& root);
+  void installRoot(QWidget* page);
+
+  QStackedWidget* layers_;  // the navigation (0) and a cover over it (1)
   QStackedWidget* stack_;
   QToolButton* back_;
   QLabel* crumb_;

@@ -3,11 +3,13 @@
 namespace harbor::gui {
 
 void registerFindViews();
+void registerSettingsViews();
 void registerShareViews();
 
 // Each view file adds its rows here; the order does not matter.
 void registerViews() {
   registerFindViews();
+  registerSettingsViews();
   registerShareViews();
 }
 

@@ -33,7 +33,6 @@ if [ -x "$find" ]; then
     (cd "$work" && frun "${night[@]}" syntax-list "$out/custom-syntax-list-$t.png" stx/*.stx)
     (cd "$work" && frun "${night[@]}" syntax-edit "$out/custom-syntax-edit-$t.png" stx/*.stx)
   done
-  ls -1 "$out"/find-*.png "$out"/custom-syntax-*.png
 fi
 # The sharing screen, and the cloud screen over a sync folder with a file
 # downloaded, one in the cloud, one arriving and a folder.
@@ -53,4 +52,11 @@ if [ -x "$share" ]; then
   xrun cloud "$out/cloud-light.png" "$work/cloud" "$work/root"
   xrun --night cloud "$out/cloud-dark.png" "$work/cloud" "$work/root"
 fi
-ls -1 "$out"/editor-*.png "$out"/share-*.png "$out"/cloud-*.png 2>/dev/null
+settings=$build/bin/harbor_gui_settings_shot
+if [ -x "$settings" ]; then
+  for screen in lock lock-refused settings lock-settings; do
+    xvfb-run -a -s "-screen 0 1280x900x24" "$settings" "$screen" "$out/$screen-light.png"
+    xvfb-run -a -s "-screen 0 1280x900x24" "$settings" --night "$screen" "$out/$screen-dark.png"
+  done
+fi
+ls -1 "$out"/*.png

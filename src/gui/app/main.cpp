@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <QApplication>
+#include <QIcon>
 #include <algorithm>
 #include <cstdio>
 #include <set>
@@ -9,6 +10,7 @@
 #include "gui/Application.h"
 #include "gui/Screens.h"
 #include "platform/Directories.h"
+#include "platform/Resources.h"
 
 int main(int argc, char** argv) {
   // Qt's own single-dash options (-platform offscreen, -style Fusion, ...)
@@ -57,6 +59,10 @@ int main(int argc, char** argv) {
   QApplication app(qtArgc, qtArgs.data());
   QApplication::setApplicationName(QStringLiteral("harbor"));
   QApplication::setApplicationDisplayName(QStringLiteral("Harbor"));
+  // Docks and task bars match the window to the installed menu entry.
+  QGuiApplication::setDesktopFileName(QStringLiteral("harbor-app"));
+  if (auto icon = harbor::resourcePath("desktop/harbor-256.png"))
+    QApplication::setWindowIcon(QIcon(QString::fromStdString(icon->string())));
   harbor::gui::DesktopApplication desktop;
   std::string showPath;
   if (!show.empty() && !files.empty()) {
