@@ -6,6 +6,7 @@
 #include "gui/QtScreenPort.h"
 #include "gui/Screens.h"
 #include "gui/Theme.h"
+#include "gui/WebPageView.h"
 
 namespace harbor::gui {
 
@@ -47,7 +48,7 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   // then the root: the frame decides the order.
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
   if (window_->depth() == 0) window_->showRootScreen(nullptr);
-  for (const std::string& file : files) window_->openEditor(file);
+  for (const std::string& file : files) openFromCommandLine(*window_, file);
   bool shown = show.empty() || window_->showNamed(show, showPath);
   window_->show();
   return shown;

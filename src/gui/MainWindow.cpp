@@ -5,6 +5,7 @@
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QHBoxLayout>
+#include <QPointer>
 #include <QPushButton>
 #include <QScreen>
 #include <QStatusBar>
@@ -53,8 +54,9 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   setCentralWidget(central);
   notice_ = new QLabel(this);
   statusBar()->addWidget(notice_, 1);
-  QtScreenPort::noticeSink() = [this](const QString& text) {
-    statusBar()->showMessage(text, 4000);
+  // A notice after this window has gone (tests make several) goes nowhere.
+  QtScreenPort::noticeSink() = [self = QPointer<MainWindow>(this)](const QString& text) {
+    if (self) self->statusBar()->showMessage(text, 4000);
   };
   restoreGeometryFromPreferences();
   refreshChrome();

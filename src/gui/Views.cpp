@@ -2,7 +2,11 @@
 
 namespace harbor::gui {
 
+void registerViewerViews();
+
 // Each view file adds its rows here; the order does not matter.
-void registerViews() {}
+void registerViews() {
+  registerViewerViews();
+}
 
 }  // namespace harbor::gui

@@ -14,6 +14,7 @@
 #include "gui/EncodingPicker.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
+#include "gui/WebPageView.h"
 #include "platform/MainQueue.h"
 #include "support/TestSupport.h"
 
@@ -328,6 +329,8 @@ extern "C" const char* __lsan_default_suppressions() {
 int main(int argc, char** argv) {
   // Widgets without a display.
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--no-sandbox");
+  harbor::gui::registerViewerSchemes();
   QApplication app(argc, argv);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();

@@ -8,6 +8,7 @@
 
 #include "gui/Application.h"
 #include "gui/Screens.h"
+#include "gui/WebPageView.h"
 #include "platform/Directories.h"
 
 int main(int argc, char** argv) {
@@ -54,6 +55,8 @@ int main(int argc, char** argv) {
   if (!root.empty()) harbor::Directories::setDocumentRootOverride(root);
   int qtArgc = static_cast<int>(qtArgs.size());
   qtArgs.push_back(nullptr);
+  harbor::gui::registerViewerSchemes();
+  harbor::gui::disableWebSandboxForRoot();
   QApplication app(qtArgc, qtArgs.data());
   QApplication::setApplicationName(QStringLiteral("harbor"));
   QApplication::setApplicationDisplayName(QStringLiteral("Harbor"));
