@@ -13,6 +13,7 @@
 #include <QVBoxLayout>
 
 #include "browser/ViewArchiveController.h"
+#include "filemanager/FileUtil.h"
 #include "gui/MainWindow.h"
 #include "gui/Screens.h"
 #include "platform/Strings.h"
@@ -88,9 +89,9 @@ ArchiveView::ArchiveView(std::shared_ptr<ViewArchiveController> controller, Main
                          QWidget* parent)
     : QWidget(parent), controller_(std::move(controller)) {
   setObjectName(QStringLiteral("archiveView"));
-  setProperty("crumb", MainWindow::crumbFor(controller_->fullFolderPath()) +
-                           QStringLiteral(" \u203a ") +
-                           qs(controller_->fullRelativePath()).section(QLatin1Char('/'), -1));
+  // The archive reads as one more folder of the path.
+  setProperty("crumb", MainWindow::crumbFor(FileUtil::documentDirectory() +
+                                            controller_->fullRelativePath()));
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);

@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QMediaPlayer>
 #include <QSlider>
+#include <QStyle>
 #include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -43,20 +44,30 @@ MediaView::MediaView(std::vector<std::string> files, std::size_t current, QWidge
   black.setColor(QPalette::Window, Qt::black);
   video_->setPalette(black);
   layout->addWidget(video_, 1);
+  // Sound alone shows its name where a picture would be.
+  cover_ = new QLabel(this);
+  cover_->setObjectName(QStringLiteral("cover"));
+  cover_->setAlignment(Qt::AlignCenter);
+  cover_->setWordWrap(true);
+  QFont big = cover_->font();
+  big.setPointSizeF(big.pointSizeF() * 1.8);
+  cover_->setFont(big);
+  layout->addWidget(cover_, 1);
+  video_->setVisible(false);
 
   auto* bar = new QWidget(this);
   auto* barLayout = new QHBoxLayout(bar);
   barLayout->setContentsMargins(8, 6, 8, 6);
   previous_ = new QToolButton(bar);
   previous_->setObjectName(QStringLiteral("previous"));
-  previous_->setText(QStringLiteral("\u23ee"));
+  previous_->setIcon(style()->standardIcon(QStyle::SP_MediaSkipBackward));
   previous_->setToolTip(loc("Previous"));
   play_ = new QToolButton(bar);
   play_->setObjectName(QStringLiteral("play"));
   play_->setShortcut(QKeySequence(Qt::Key_Space));
   next_ = new QToolButton(bar);
   next_->setObjectName(QStringLiteral("next"));
-  next_->setText(QStringLiteral("\u23ed"));
+  next_->setIcon(style()->standardIcon(QStyle::SP_MediaSkipForward));
   next_->setToolTip(loc("Next"));
   seek_ = new QSlider(Qt::Horizontal, bar);
   seek_->setObjectName(QStringLiteral("seek"));
@@ -93,8 +104,10 @@ MediaView::MediaView(std::vector<std::string> files, std::size_t current, QWidge
     refresh();
   });
   connect(player_, &QMediaPlayer::playbackStateChanged, this, [this] { refresh(); });
-  connect(player_, &QMediaPlayer::hasVideoChanged, this,
-          [this](bool video) { video_->setVisible(video); });
+  connect(player_, &QMediaPlayer::hasVideoChanged, this, [this](bool video) {
+    video_->setVisible(video);
+    cover_->setVisible(!video);
+  });
   connect(player_, &QMediaPlayer::errorOccurred, this,
           [this](QMediaPlayer::Error, const QString& text) { name_->setText(text); });
   if (!files_.empty()) showMedia(current < files_.size() ? current : 0);
@@ -108,7 +121,9 @@ void MediaView::showMedia(std::size_t index) {
   if (index >= files_.size()) return;
   current_ = index;
   setProperty("crumb", MainWindow::crumbFor(files_[index]));
-  name_->setText(QFileInfo(QString::fromStdString(files_[index])).fileName());
+  const QString name = QFileInfo(QString::fromStdString(files_[index])).fileName();
+  name_->setText(name);
+  cover_->setText(QStringLiteral("\u266a\n") + name);
   player_->setSource(QUrl::fromLocalFile(QString::fromStdString(files_[index])));
   player_->play();
   refresh();
@@ -124,7 +139,7 @@ void MediaView::togglePlay() {
 
 void MediaView::refresh() {
   const bool playing = player_->playbackState() == QMediaPlayer::PlayingState;
-  play_->setText(playing ? QStringLiteral("\u23f8") : QStringLiteral("\u25b6"));
+  play_->setIcon(style()->standardIcon(playing ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
   play_->setToolTip(playing ? loc("Pause") : loc("Play"));
   time_->setText(clock(player_->position()) + QStringLiteral(" / ") + clock(player_->duration()));
   previous_->setEnabled(current_ > 0);

@@ -35,6 +35,7 @@ class MediaView : public QWidget {
   QMediaPlayer* player_ = nullptr;
   QAudioOutput* audio_ = nullptr;
   QVideoWidget* video_ = nullptr;
+  QLabel* cover_ = nullptr;
   QLabel* name_ = nullptr;
   QLabel* time_ = nullptr;
   QSlider* seek_ = nullptr;

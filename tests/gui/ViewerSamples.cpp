@@ -121,8 +121,15 @@ void writePdf(const fs::path& path, int pages) {
   p.setFont(font);
   for (int i = 1; i <= pages; ++i) {
     if (i > 1) writer.newPage();
-    p.drawText(QRect(0, 0, writer.width(), writer.height()), Qt::AlignCenter,
+    p.setFont(font);
+    p.drawText(QRect(40, 40, writer.width() - 80, 60), Qt::AlignLeft,
                QStringLiteral("Page %1").arg(i));
+    QFont small = font;
+    small.setPointSize(12);
+    p.setFont(small);
+    for (int line = 0; line < 12; ++line)
+      p.drawText(QRect(40, 120 + line * 24, writer.width() - 80, 24), Qt::AlignLeft,
+                 QStringLiteral("Line %1 of the harbour log, page %2.").arg(line + 1).arg(i));
   }
 }
 

@@ -19,3 +19,13 @@ run "$out/editor-cpp-light.png" "$work/Buffer.cpp"
 run --night "$out/editor-cpp-dark.png" "$work/Buffer.cpp"
 run --type " ret" "$out/editor-cpp-suggest.png" "$work/Buffer.cpp"
 ls -1 "$out"/editor-*.png
+# The viewers and the archive browser, each on a sample made by the shot
+# program itself.
+viewer=$build/bin/harbor_viewer_shot
+if [ -x "$viewer" ]; then
+  for kind in web mht epub image pdf media archive; do
+    xvfb-run -a -s "-screen 0 1280x900x24" "$viewer" "$out/viewer-$kind-light.png" "$kind"
+    xvfb-run -a -s "-screen 0 1280x900x24" "$viewer" --night "$out/viewer-$kind-dark.png" "$kind"
+  done
+  ls -1 "$out"/viewer-*.png
+fi
