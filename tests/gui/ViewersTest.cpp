@@ -8,6 +8,8 @@
 #include <QWebEngineView>
 
 #include "ViewerSamples.h"
+#include "editor/EditorBaseController.h"
+#include "gui/EditorView.h"
 #include "gui/EpubView.h"
 #include "gui/ImageView.h"
 #include "gui/MainWindow.h"
@@ -211,6 +213,34 @@ TEST_F(ViewersTest, WindowOpensEachRouteInItsViewer) {
   EXPECT_TRUE(MainWindow::canOpen(ScreenRoute::Preview));
   EXPECT_TRUE(MainWindow::canOpen(ScreenRoute::Mht));
   EXPECT_TRUE(MainWindow::canOpen(ScreenRoute::Media));
+}
+
+TEST_F(ViewersTest, EditorPreviewAndCommandLineFilesReachTheirViewers) {
+  const fs::path html = root() / "index.html";
+  test::writeFile(html, "<html><body><h1>Preview me</h1></body></html>");
+  MainWindow window;
+  window.setRoot(makeEmptyRoot(&window), QStringLiteral("Documents"));
+  EditorView* editor = window.openEditor(html.string());
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !editor->controller().isLoading(); }, 20000));
+  EXPECT_TRUE(editor->supportsRoute(ScreenRoute::Preview));
+  editor->controller().viewText();
+  auto* preview = qobject_cast<WebPageView*>(window.top());
+  ASSERT_TRUE(preview) << "the preview did not open";
+  ASSERT_TRUE(waitLoaded(*preview));
+  EXPECT_EQ(evaluate(*preview, QStringLiteral("document.querySelector('h1').textContent")),
+            QStringLiteral("Preview me"));
+
+  // Files named at launch open as the browser would open them.
+  const fs::path pdf = root() / "doc.pdf";
+  samples::writePdf(pdf, 2);
+  openFromCommandLine(window, pdf.string());
+  EXPECT_TRUE(qobject_cast<PdfView*>(window.top()));
+  const fs::path mht = root() / "page.mht";
+  samples::writeMht(mht);
+  openFromCommandLine(window, mht.string());
+  EXPECT_TRUE(qobject_cast<MhtView*>(window.top()));
+  openFromCommandLine(window, (root() / "new.txt").string());
+  EXPECT_TRUE(qobject_cast<EditorView*>(window.top()));
 }
 
 }  // namespace
