@@ -129,6 +129,21 @@ TEST_F(ArchiveViewTest, ListsFoldersOpensThemAndExtractsOneEntry) {
   EXPECT_EQ(test::readFile(filesNamed("top.txt").front()), "top");
 }
 
+TEST_F(ArchiveViewTest, SevenZipBrowsesLikeAZip) {
+  const fs::path archive = root() / "bundle.7z";
+  samples::writeZip(archive, {{"a.txt", "a"}, {"docs/b.txt", "b"}});
+  ArchiveView* view = open(archive);
+  ASSERT_TRUE(view);
+  ASSERT_TRUE(settle(*view));
+  QStringList shown = names(*view);
+  shown.sort();
+  EXPECT_EQ(shown, (QStringList{"a.txt", "docs"}));
+  view->activate(QStringLiteral("docs"));
+  auto* inner = qobject_cast<ArchiveView*>(window->top());
+  ASSERT_TRUE(inner && inner != view);
+  EXPECT_EQ(names(*inner), QStringList{"b.txt"});
+}
+
 TEST_F(ArchiveViewTest, EncryptedArchiveAsksForThePasswordOnceThenOpensTheMember) {
   const fs::path zip = root() / "locked.zip";
   samples::writeZip(zip, {{"secret.txt", "the tide turns at six"}}, "harbour");

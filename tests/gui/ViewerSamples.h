@@ -20,7 +20,7 @@ void writeEpub(const fs::path& path, int chapters);
 void writeMht(const fs::path& path);
 // A PDF of `pages` pages, each with its number in large type.
 void writePdf(const fs::path& path, int pages);
-// A zip of `files` (relative path and content), made by our own writer.
+// A zip (or 7z, by the extension) of `files` (relative path and content), made by our own writer.
 void writeZip(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& files,
               const std::string& password = {});
 
