@@ -323,7 +323,8 @@ TEST_F(EditorViewTest, PickingAnEncodingReadsTheFileAgainWithIt) {
 // of the sanitizer build would report; our own code gets no such pass.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libQt6Core.so\nleak:libQt6Gui.so\nleak:libQt6Widgets.so\nleak:libfontconfig.so\n"
-         "leak:libglib-2.0.so\nleak:libfreetype.so\n";
+         "leak:libglib-2.0.so\nleak:libfreetype.so\nleak:libQt6WebEngineCore.so\n"
+         "leak:libQt6Pdf.so\nleak:libQt6Multimedia.so\n";
 }
 
 int main(int argc, char** argv) {
