@@ -20,6 +20,7 @@
 #include <algorithm>
 
 #include "gui/EncodingPicker.h"
+#include "gui/FindBar.h"
 #include "gui/MainWindow.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
@@ -463,6 +464,7 @@ EditorView::EditorView(const std::string& path, bool isNew, QWidget* parent)
   });
 
   buildToolbar();
+  installFindBar(*this);
   applyColors();
   controller_->viewDidLoad();
   applyFont();

@@ -54,7 +54,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   setCentralWidget(central);
   notice_ = new QLabel(this);
   statusBar()->addWidget(notice_, 1);
-  // A notice after this window has gone (tests make several) goes nowhere.
+  // Notices outlive no window: a closed one drops them.
   QtScreenPort::noticeSink() = [self = QPointer<MainWindow>(this)](const QString& text) {
     if (self) self->statusBar()->showMessage(text, 4000);
   };
