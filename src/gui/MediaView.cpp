@@ -11,6 +11,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QVideoWidget>
+#include <algorithm>
 
 #include "gui/MainWindow.h"
 #include "platform/Strings.h"
@@ -94,9 +95,15 @@ MediaView::MediaView(std::vector<std::string> files, std::size_t current, QWidge
     if (current_ > 0) showMedia(current_ - 1);
   });
   connect(next_, &QToolButton::clicked, this, [this] { showMedia(current_ + 1); });
-  connect(seek_, &QSlider::sliderMoved, player_, &QMediaPlayer::setPosition);
+  // A drag seeks when let go; a click beside the handle or a key at once.
+  connect(seek_, &QSlider::sliderReleased, this, [this] { player_->setPosition(seek_->value()); });
+  connect(seek_, &QSlider::actionTriggered, this, [this](int action) {
+    if (action != QAbstractSlider::SliderMove) player_->setPosition(seek_->sliderPosition());
+  });
   connect(player_, &QMediaPlayer::durationChanged, this, [this](qint64 d) {
     seek_->setRange(0, static_cast<int>(d));
+    seek_->setSingleStep(1000);
+    seek_->setPageStep(static_cast<int>(std::max<qint64>(1000, d / 10)));
     refresh();
   });
   connect(player_, &QMediaPlayer::positionChanged, this, [this](qint64 p) {

@@ -133,6 +133,26 @@ void writePdf(const fs::path& path, int pages) {
   }
 }
 
+void writeWav(const fs::path& path, int seconds) {
+  const std::uint32_t rate = 8000, samples = rate * static_cast<std::uint32_t>(seconds);
+  std::ofstream out(path, std::ios::binary);
+  auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+  auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
+  out << "RIFF";
+  u32(36 + samples * 2);
+  out << "WAVEfmt ";
+  u32(16);
+  u16(1);  // PCM
+  u16(1);  // mono
+  u32(rate);
+  u32(rate * 2);
+  u16(2);
+  u16(16);
+  out << "data";
+  u32(samples * 2);
+  for (std::uint32_t i = 0; i < samples; ++i) u16(static_cast<std::uint16_t>((i % 40) * 200));
+}
+
 void writeZip(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& files,
               const std::string& password) {
   const fs::path dir = path.parent_path() / (path.stem().string() + ".parts");

@@ -20,6 +20,8 @@ void writeEpub(const fs::path& path, int chapters);
 void writeMht(const fs::path& path);
 // A PDF of `pages` pages, each with its number in large type.
 void writePdf(const fs::path& path, int pages);
+// `seconds` of a quiet tone, as 16-bit mono PCM.
+void writeWav(const fs::path& path, int seconds);
 // A zip (or 7z, by the extension) of `files` (relative path and content), made by our own writer.
 void writeZip(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& files,
               const std::string& password = {});

@@ -3,6 +3,8 @@
 #include <QAction>
 #include <QComboBox>
 #include <QLabel>
+#include <QMediaPlayer>
+#include <QSlider>
 #include <QTest>
 #include <QToolButton>
 #include <QWebEngineView>
@@ -13,6 +15,7 @@
 #include "gui/EpubView.h"
 #include "gui/ImageView.h"
 #include "gui/MainWindow.h"
+#include "gui/MediaView.h"
 #include "gui/MhtView.h"
 #include "gui/PdfView.h"
 #include "gui/QtScreenPort.h"
@@ -197,6 +200,32 @@ TEST_F(ViewersTest, ImagesPageThroughTheFolderList) {
   EXPECT_FALSE(next->isEnabled());
   next->click();
   EXPECT_EQ(view.current(), 3u);
+}
+
+TEST_F(ViewersTest, MediaPlaysPausesAndSeeks) {
+  const fs::path tone = root() / "tone.wav";
+  samples::writeWav(tone, 20);
+  MediaView view({tone.string()}, 0);
+  view.show();
+  QMediaPlayer* player = view.player();
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] { return player->duration() > 0 || player->error() != QMediaPlayer::NoError; }, 20000));
+  if (player->error() != QMediaPlayer::NoError)
+    GTEST_SKIP() << "no media backend here: " << player->errorString().toStdString();
+  EXPECT_EQ(player->playbackState(), QMediaPlayer::PlayingState);
+  auto* play = view.findChild<QToolButton*>(QStringLiteral("play"));
+  play->click();
+  EXPECT_TRUE(
+      QTest::qWaitFor([&] { return player->playbackState() == QMediaPlayer::PausedState; }, 5000));
+  // A page step along the bar moves the play position with it.
+  auto* seek = view.findChild<QSlider*>(QStringLiteral("seek"));
+  const qint64 before = player->position();
+  seek->triggerAction(QAbstractSlider::SliderPageStepAdd);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return player->position() >= before + 1500; }, 5000))
+      << player->position();
+  play->click();
+  EXPECT_TRUE(
+      QTest::qWaitFor([&] { return player->playbackState() == QMediaPlayer::PlayingState; }, 5000));
 }
 
 TEST_F(ViewersTest, WindowOpensEachRouteInItsViewer) {

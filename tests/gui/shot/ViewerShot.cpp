@@ -27,27 +27,6 @@ using namespace harbor;
 
 namespace {
 
-// One second of a quiet tone, as 16-bit mono PCM.
-void writeWav(const fs::path& path) {
-  const std::uint32_t rate = 8000, samples = rate;
-  std::ofstream out(path, std::ios::binary);
-  auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
-  auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
-  out << "RIFF";
-  u32(36 + samples * 2);
-  out << "WAVEfmt ";
-  u32(16);
-  u16(1);
-  u16(1);
-  u32(rate);
-  u32(rate * 2);
-  u16(2);
-  u16(16);
-  out << "data";
-  u32(samples * 2);
-  for (std::uint32_t i = 0; i < samples; ++i) u16(static_cast<std::uint16_t>((i % 40) * 200));
-}
-
 bool waitWeb(gui::MainWindow& window) {
   auto* page = qobject_cast<gui::WebPageView*>(window.top());
   return !page || QTest::qWaitFor([&] { return page->isLoaded(); }, 60000);
@@ -130,7 +109,7 @@ int main(int argc, char** argv) {
     samples::writePdf(docs / "notes.pdf", 3);
     window.openFiles(ScreenRoute::Pdf, {(docs / "notes.pdf").string()}, 0);
   } else if (kind == QLatin1String("media")) {
-    writeWav(docs / "tone.wav");
+    samples::writeWav(docs / "tone.wav", 1);
     window.openFiles(ScreenRoute::Media, {(docs / "tone.wav").string()}, 0);
   } else if (kind == QLatin1String("archive")) {
     samples::writeZip(docs / "bundle.zip", {{"README.txt", "read me"},
