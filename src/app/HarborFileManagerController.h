@@ -20,6 +20,8 @@ class HarborFileManagerController : public FileManagerController {
   void finishLauchingNotification();
 
   std::shared_ptr<FileManagerBaseController> createFileManager(const std::string& path) override;
+  // The application shows web archives itself.
+  bool isSupportViewMht() const override { return true; }
   bool isAlertPreferences(bool withSelection) const override;
   bool handleSheetEntry(const std::string& entry) override;
 };

@@ -7,6 +7,7 @@
 #include "gui/QtScreenPort.h"
 #include "gui/Screens.h"
 #include "gui/Theme.h"
+#include "gui/WebPageView.h"
 
 namespace harbor::gui {
 
@@ -61,7 +62,7 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
   // Behind a lock the normal root is still built, under the cover.
   if (window_->depth() == 0) window_->placeRoot(delegate_->rootViewController());
-  for (const std::string& file : files) window_->openEditor(file);
+  for (const std::string& file : files) openFromCommandLine(*window_, file);
   bool shown = show.empty() || window_->showNamed(show, showPath);
   window_->show();
   return shown;

@@ -21,6 +21,7 @@
 
 #include "gui/EncodingPicker.h"
 #include "gui/FindBar.h"
+#include "gui/MainWindow.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/Strings.h"
@@ -875,12 +876,16 @@ void EditorView::close() {
 }
 
 bool EditorView::supportsRoute(ScreenRoute route) const {
-  // The desktop's default application takes a file handed over.
-  return route == ScreenRoute::HandOver;
+  // The desktop's default application takes a file handed over; the
+  // window shows the preview.
+  return route == ScreenRoute::HandOver ||
+         (route == ScreenRoute::Preview && MainWindow::canOpen(route));
 }
 
 void EditorView::openRoute(ScreenRoute route, const std::string& path, const std::string&) {
   if (route == ScreenRoute::HandOver) QDesktopServices::openUrl(QUrl::fromLocalFile(qs(path)));
+  if (auto* win = qobject_cast<MainWindow*>(window()); win && route == ScreenRoute::Preview)
+    win->openFiles(route, {path}, 0);
 }
 
 void EditorView::setEditable(bool editable) {

@@ -5,12 +5,14 @@ namespace harbor::gui {
 void registerFindViews();
 void registerSettingsViews();
 void registerShareViews();
+void registerViewerViews();
 
 // Each view file adds its rows here; the order does not matter.
 void registerViews() {
   registerFindViews();
   registerSettingsViews();
   registerShareViews();
+  registerViewerViews();
 }
 
 }  // namespace harbor::gui

@@ -14,6 +14,7 @@
 #include "gui/EncodingPicker.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
+#include "gui/WebPageView.h"
 #include "platform/MainQueue.h"
 #include "support/TestSupport.h"
 
@@ -322,12 +323,15 @@ TEST_F(EditorViewTest, PickingAnEncodingReadsTheFileAgainWithIt) {
 // of the sanitizer build would report; our own code gets no such pass.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libQt6Core.so\nleak:libQt6Gui.so\nleak:libQt6Widgets.so\nleak:libfontconfig.so\n"
-         "leak:libglib-2.0.so\nleak:libfreetype.so\n";
+         "leak:libglib-2.0.so\nleak:libfreetype.so\nleak:libQt6WebEngineCore.so\n"
+         "leak:libQt6Pdf.so\nleak:libQt6Multimedia.so\n";
 }
 
 int main(int argc, char** argv) {
   // Widgets without a display.
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--no-sandbox");
+  harbor::gui::registerViewerSchemes();
   QApplication app(argc, argv);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();

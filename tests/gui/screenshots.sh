@@ -59,4 +59,13 @@ if [ -x "$settings" ]; then
     xvfb-run -a -s "-screen 0 1280x900x24" "$settings" --night "$screen" "$out/$screen-dark.png"
   done
 fi
+# The viewers and the archive browser, each on a sample made by the shot
+# program itself.
+viewer=$build/bin/harbor_viewer_shot
+if [ -x "$viewer" ]; then
+  for kind in web mht epub image pdf media archive; do
+    xvfb-run -a -s "-screen 0 1280x900x24" "$viewer" "$out/viewer-$kind-light.png" "$kind"
+    xvfb-run -a -s "-screen 0 1280x900x24" "$viewer" --night "$out/viewer-$kind-dark.png" "$kind"
+  done
+fi
 ls -1 "$out"/*.png

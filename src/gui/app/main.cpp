@@ -9,6 +9,7 @@
 
 #include "gui/Application.h"
 #include "gui/Screens.h"
+#include "gui/WebPageView.h"
 #include "platform/Directories.h"
 #include "platform/Resources.h"
 
@@ -56,6 +57,8 @@ int main(int argc, char** argv) {
   if (!root.empty()) harbor::Directories::setDocumentRootOverride(root);
   int qtArgc = static_cast<int>(qtArgs.size());
   qtArgs.push_back(nullptr);
+  harbor::gui::registerViewerSchemes();
+  harbor::gui::disableWebSandboxForRoot();
   QApplication app(qtArgc, qtArgs.data());
   QApplication::setApplicationName(QStringLiteral("harbor"));
   QApplication::setApplicationDisplayName(QStringLiteral("Harbor"));
