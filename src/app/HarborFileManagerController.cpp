@@ -1,5 +1,6 @@
 #include "app/HarborFileManagerController.h"
 
+#include "app/SystemSettingsController.h"
 #include "browser/BrowserSupport.h"
 
 namespace harbor {
@@ -31,8 +32,7 @@ bool HarborFileManagerController::isAlertPreferences(bool withSelection) const {
 
 bool HarborFileManagerController::handleSheetEntry(const std::string& entry) {
   if (entry != "Preferences") return false;
-  // The settings screen lives in the frame; the port shows it.
-  port().openFiles(ScreenRoute::Preview, {"settings"}, 0);
+  port().push(std::make_shared<SystemSettingsController>());
   return true;
 }
 

@@ -354,6 +354,10 @@ void registerSettingsViews() {
   Screens::addShow("settings", [](const std::string&, MainWindow& window) -> QWidget* {
     return new SettingsView(window);
   });
+  Screens::addScreen("SystemSettingsController",
+                     [](std::shared_ptr<ViewController>, MainWindow& window) -> QWidget* {
+                       return new SettingsView(window);
+                     });
   registerLockViews();
 }
 

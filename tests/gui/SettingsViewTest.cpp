@@ -9,6 +9,7 @@
 #include <QToolButton>
 #include <chrono>
 
+#include "app/HarborFileManagerController.h"
 #include "app/SettingsLoginPassword.h"
 #include "editor/EditorBak.h"
 #include "filemanager/CommonUtil.h"
@@ -129,6 +130,15 @@ TEST_F(SettingsViewTest, SwitchesStoreTheirFlagAndNightModeRepaintsAtOnce) {
   night->click();
   QTest::qWait(20);
   EXPECT_EQ(isDarkDesktop(QApplication::palette()), desktopDark);
+}
+
+TEST_F(SettingsViewTest, PreferencesOfTheRootBrowserPushTheSettingsScreen) {
+  auto root = HarborFileManagerController::createRoot();
+  root->setPort(std::make_shared<WindowPort>(window_.get(), *window_));
+  const int before = window_->depth();
+  ASSERT_TRUE(root->handleSheetEntry("Preferences"));
+  EXPECT_EQ(window_->depth(), before + 1);
+  EXPECT_NE(qobject_cast<SettingsView*>(window_->top()), nullptr);
 }
 
 TEST_F(SettingsViewTest, PickersStoreTheChosenValueAndTheRowShowsIt) {
