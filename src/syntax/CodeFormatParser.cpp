@@ -740,21 +740,17 @@ void spliceItems(std::vector<CodeRangeItem>& old, std::vector<CodeRangeItem>& fr
     tail = std::partition_point(
         head, old.end(), [&](const CodeRangeItem& i) { return i.range.location < *oldTail; });
   }
-  const auto move = [change](std::size_t at) {
-    return static_cast<std::size_t>(static_cast<std::ptrdiff_t>(at) + change);
-  };
-  std::vector<CodeRangeItem> out;
-  out.reserve(static_cast<std::size_t>(head - old.begin()) + fresh.size() +
-              static_cast<std::size_t>(old.end() - tail));
-  out.insert(out.end(), old.begin(), head);
-  out.insert(out.end(), fresh.begin(), fresh.end());
   for (auto it = tail; it != old.end(); ++it) {
-    CodeRangeItem item = *it;
-    item.range.location = move(item.range.location);
-    item.fullRange.location = move(item.fullRange.location);
-    out.push_back(item);
+    it->range.location =
+        static_cast<std::size_t>(static_cast<std::ptrdiff_t>(it->range.location) + change);
+    it->fullRange.location =
+        static_cast<std::size_t>(static_cast<std::ptrdiff_t>(it->fullRange.location) + change);
   }
-  fresh = std::move(out);
+  // In place: a fresh copy of a long list on every keystroke would churn
+  // the allocator for nothing.
+  const auto at = old.erase(head, tail);
+  old.insert(at, fresh.begin(), fresh.end());
+  fresh = std::move(old);
 }
 
 }  // namespace
