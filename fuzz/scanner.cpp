@@ -20,12 +20,14 @@ using harbor::TextRange;
 using harbor::TextStorage;
 using harbor::fuzz::checkList;
 
-void checkParser(const CodeFormatParser& p, std::size_t textLength) {
+// `whole`: after a pass following an edit the lists cover the whole text,
+// though only a span around the edit was scanned.
+void checkParser(const CodeFormatParser& p, std::size_t textLength, bool whole = false) {
   CHECK(p.lastIndex <= textLength);
   CHECK(p.currentIndex <= p.lastIndex);
   CHECK(p.originIndex <= p.lastIndex);
-  const std::size_t from = p.originIndex;
-  const std::size_t to = p.lastIndex;
+  const std::size_t from = whole ? 0 : p.originIndex;
+  const std::size_t to = whole ? textLength : p.lastIndex;
   for (const auto& bucket : p.keywordsItems) checkList(bucket, from, to);
   for (const auto* list : {&p.attributesItems, &p.otherPatternItems, &p.lineComment1Items,
                            &p.lineComment2Items, &p.multilineComment1Items,
@@ -52,6 +54,10 @@ void runLanguage(const std::string& ext, const std::string& inside, const std::u
                  std::size_t editAt) {
   TextStorage storage(text);
   auto parser = makeParser(ext, inside);
+  // As in the editor, the parser hears of edits, so the next pass is the
+  // partial one after a keystroke.
+  storage.addEditObserver(
+      [&](TextRange edited, std::ptrdiff_t change) { parser->noteEdit(edited, change); });
   parser->parserSmart(storage);
   checkParser(*parser, text.size());
 
@@ -60,7 +66,7 @@ void runLanguage(const std::string& ext, const std::string& inside, const std::u
   const std::u16string quote = u"\"";
   storage.replaceCharacters(TextRange{editAt, editAt < text.size() ? 1u : 0u}, quote);
   parser->parserSmart(storage);
-  checkParser(*parser, storage.length());
+  checkParser(*parser, storage.length(), true);
 
   TextStorage fresh(storage.string());
   auto other = makeParser(ext, inside);
@@ -69,6 +75,15 @@ void runLanguage(const std::string& ext, const std::string& inside, const std::u
   // `?>`) leaves what lies beyond to its host.
   for (std::size_t i = 0; i < other->lastIndex; ++i) {
     CHECK(colourAt(storage, i) == colourAt(fresh, i));
+  }
+  // And the lists the editor's queries read are a fresh pass's.
+  CHECK(parser->keywordsItems == other->keywordsItems);
+  for (auto list :
+       {&CodeFormatParser::attributesItems, &CodeFormatParser::otherPatternItems,
+        &CodeFormatParser::lineComment1Items, &CodeFormatParser::lineComment2Items,
+        &CodeFormatParser::multilineComment1Items, &CodeFormatParser::multilineComment2Items,
+        &CodeFormatParser::quotetion1Items, &CodeFormatParser::quotetion2Items}) {
+    CHECK((*parser).*list == (*other).*list);
   }
 }
 

@@ -1,5 +1,8 @@
 #include "editor/CodeTextView.h"
 
+#include <algorithm>
+#include <cstdint>
+
 #include <fmt/format.h>
 
 #include "syntax/CodeFormatParser.h"
@@ -119,11 +122,39 @@ std::size_t CYRLayoutManager::_paraNumberForRange(const std::u16string& text,
                                                   std::size_t location) {
   location = std::min(location, text.size());
   if (_lastParaLocation > text.size()) _lastParaLocation = _lastParaNumber = 0;
+  while (!_anchors.empty() && _anchors.back().first > text.size()) _anchors.pop_back();
+  // Start from the cache or from the nearest anchor before, whichever is nearer.
+  auto anchor =
+      std::upper_bound(_anchors.begin(), _anchors.end(), std::make_pair(location, SIZE_MAX));
+  if (anchor != _anchors.begin()) {
+    --anchor;
+    const std::size_t fromCache =
+        location > _lastParaLocation ? location - _lastParaLocation : _lastParaLocation - location;
+    if (location - anchor->first < fromCache) {
+      _lastParaLocation = anchor->first;
+      _lastParaNumber = anchor->second;
+    }
+  }
   std::size_t number = _lastParaNumber;
   if (location < _lastParaLocation) {
     number -= breaksBetween(text, location, _lastParaLocation);
   } else if (location > _lastParaLocation) {
-    number += breaksBetween(text, _lastParaLocation, location);
+    // Forward, leaving anchors behind past the last one.
+    std::size_t at = _lastParaLocation;
+    const std::size_t lastAnchor = _anchors.empty() ? 0 : _anchors.back().first;
+    while (at < location) {
+      std::size_t next = location;
+      if (at >= lastAnchor && location - at > kAnchorStep) {
+        next = at + kAnchorStep;
+        // Never between the halves of a CR LF: it counts once.
+        if (text[next - 1] == u'\r') ++next;
+      }
+      number += breaksBetween(text, at, next);
+      at = next;
+      if (at < location && (_anchors.empty() || _anchors.back().first < at)) {
+        _anchors.emplace_back(at, number);
+      }
+    }
   }
   _lastParaLocation = location;
   _lastParaNumber = number;
@@ -132,6 +163,8 @@ std::size_t CYRLayoutManager::_paraNumberForRange(const std::u16string& text,
 
 void CYRLayoutManager::processEditingForTextStorage(std::size_t editedLocation) {
   if (editedLocation < _lastParaLocation) _lastParaLocation = _lastParaNumber = 0;
+  // Counts before the edit still hold; later ones may not.
+  while (!_anchors.empty() && _anchors.back().first > editedLocation) _anchors.pop_back();
 }
 
 std::string CYRLayoutManager::gutterText(const std::u16string& text, std::size_t offset) {

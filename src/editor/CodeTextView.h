@@ -62,6 +62,13 @@ class CYRLayoutManager {
   double _gutterWidth = 30;
   std::size_t _lastParaLocation = 0;
   std::size_t _lastParaNumber = 0;
+
+ private:
+  // Break counts before offsets every so many units, in text order: after
+  // an edit above the cache, counting restarts at the last one before the
+  // edit rather than at the top of a long text.
+  static constexpr std::size_t kAnchorStep = 65536;
+  std::vector<std::pair<std::size_t, std::size_t>> _anchors;
 };
 
 // A storage that colours itself: each edit runs the parser over the text.

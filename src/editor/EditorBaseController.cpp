@@ -87,8 +87,10 @@ EditorBaseController::EditorBaseController(const std::string& path, IEditorView*
       _fileName(FileUtil::getFileName(path)),
       _suggestBridge(std::make_unique<SuggestBridge>(*this)) {
   // The line numbers follow every edit of the text, whoever makes it.
-  _textStorage.addEditObserver([this](TextRange edited, std::ptrdiff_t) {
+  _textStorage.addEditObserver([this](TextRange edited, std::ptrdiff_t change) {
     _layoutManager.processEditingForTextStorage(edited.location);
+    // The next pass re-colours from the edit rather than the whole text.
+    if (_formatParser) _formatParser->noteEdit(edited, change);
   });
 }
 

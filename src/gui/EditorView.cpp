@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDesktopServices>
+#include <QElapsedTimer>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QMenu>
@@ -91,8 +92,21 @@ int CodeEditor::gutterWidth() const {
   return 14 + fontMetrics().horizontalAdvance(QLatin1Char('9')) * digits;
 }
 
+void CodeEditor::caretMoved() {
+  // Only the band's old and new paragraphs need painting again.
+  const QTextBlock now = textCursor().block();
+  for (const QTextBlock& b : {document()->findBlockByNumber(bandBlock_), now}) {
+    if (!b.isValid()) continue;
+    const QRectF r = blockBoundingGeometry(b).translated(contentOffset());
+    viewport()->update(QRect(0, static_cast<int>(r.top()) - 1, viewport()->width(),
+                             static_cast<int>(r.height()) + 2));
+  }
+  bandBlock_ = now.blockNumber();
+}
+
 void CodeEditor::resizeEvent(QResizeEvent* event) {
   QPlainTextEdit::resizeEvent(event);
+  owner_.restyleVisibleBacklog();
   const QRect cr = contentsRect();
   gutter_->setGeometry(QRect(cr.left(), cr.top(), gutterWidth(), cr.height()));
   owner_.reportVisibleRange();
@@ -455,10 +469,16 @@ EditorView::EditorView(const std::string& path, bool isNew, QWidget* parent)
   });
   connect(editor_, &QPlainTextEdit::cursorPositionChanged, this, [this] {
     widgetSelectionChanged();
-    editor_->viewport()->update();
+    editor_->caretMoved();
   });
   connect(editor_, &QPlainTextEdit::selectionChanged, this, [this] { widgetSelectionChanged(); });
+  backlogTimer_ = new QTimer(this);
+  backlogTimer_->setSingleShot(true);
+  backlogTimer_->setInterval(0);
+  connect(backlogTimer_, &QTimer::timeout, this, [this] { drainBacklog(); });
   connect(editor_->verticalScrollBar(), &QScrollBar::valueChanged, this, [this] {
+    // What scrolls into sight gets its colours before it is painted.
+    restyleVisibleBacklog();
     suggestions_->hide();
     reportVisibleRange();
   });
@@ -601,6 +621,7 @@ void EditorView::applyEdit(TextRange edited, std::ptrdiff_t change) {
   QTextDocument* doc = editor_->document();
   if (edited.location == 0 && oldLength + 1 >= static_cast<std::size_t>(doc->characterCount())) {
     // A whole new text (loading, a template): one plain set is far cheaper.
+    backlog_.clear();
     editor_->setPlainText(toDocumentText(text));
   } else {
     QTextCursor cursor(doc);
@@ -610,6 +631,17 @@ void EditorView::applyEdit(TextRange edited, std::ptrdiff_t change) {
         toDocumentText(std::u16string_view(text).substr(edited.location, edited.length)));
   }
   mirroring_ = false;
+  // Spans still waiting move with the text.
+  for (auto& [from, to] : backlog_) {
+    const auto move = [&](std::size_t at) {
+      if (at <= edited.location) return at;
+      const auto moved = static_cast<std::ptrdiff_t>(at) + change;
+      return static_cast<std::size_t>(
+          std::max(moved, static_cast<std::ptrdiff_t>(edited.location)));
+    };
+    from = move(from);
+    to = move(to);
+  }
   // The paragraphs an edit touched lose or shift their formats.
   markDirty(edited.location, edited.end());
 }
@@ -637,20 +669,92 @@ void EditorView::scheduleSync() {
 }
 
 QTextCharFormat EditorView::colorFormat(const Color& color) const {
-  QTextCharFormat f;
-  f.setForeground(QColor(color.red, color.green, color.blue));
-  return f;
+  // One shared format per colour: runs of a large file then cost a pointer
+  // each, and comparing a paragraph's formats is cheap.
+  const std::uint32_t key = (static_cast<std::uint32_t>(color.red) << 16) |
+                            (static_cast<std::uint32_t>(color.green) << 8) | color.blue;
+  auto it = formats_.find(key);
+  if (it == formats_.end()) {
+    QTextCharFormat f;
+    f.setForeground(QColor(color.red, color.green, color.blue));
+    it = formats_.emplace(key, f).first;
+  }
+  return it->second;
 }
+
+namespace {
+// Restyles at most this many units at once; a larger span (a load, a
+// reset) mirrors what is on screen first and the rest when idle.
+constexpr std::size_t kEagerSpan = 32768;
+constexpr int kVisibleMarginBlocks = 30;
+}  // namespace
 
 void EditorView::flushFormats() {
   if (!dirty_) return;
   dirty_ = false;
+  if (dirtyTo_ - dirtyFrom_ <= kEagerSpan) {
+    restyled_ = restyle(dirtyFrom_, dirtyTo_);
+    return;
+  }
+  const auto [visibleFrom, visibleTo] = visibleSpan();
+  restyled_ = 0;
+  if (dirtyFrom_ < visibleTo && visibleFrom < dirtyTo_) {
+    restyled_ = restyle(std::max(dirtyFrom_, visibleFrom), std::min(dirtyTo_, visibleTo));
+  }
+  if (dirtyFrom_ < visibleFrom) backlog_.emplace_back(dirtyFrom_, std::min(dirtyTo_, visibleFrom));
+  if (visibleTo < dirtyTo_) backlog_.emplace_back(std::max(dirtyFrom_, visibleTo), dirtyTo_);
+  if (!backlog_.empty()) backlogTimer_->start();
+}
+
+std::pair<std::size_t, std::size_t> EditorView::visibleSpan() const {
+  QTextBlock first = editor_->firstVisibleBlock();
+  QTextBlock last = editor_->cursorForPosition(QPoint(0, editor_->viewport()->height())).block();
+  for (int i = 0; i < kVisibleMarginBlocks && first.previous().isValid(); ++i) {
+    first = first.previous();
+  }
+  for (int i = 0; i < kVisibleMarginBlocks && last.next().isValid(); ++i) last = last.next();
+  if (!first.isValid() || !last.isValid()) return {0, 0};
+  return {static_cast<std::size_t>(first.position()),
+          static_cast<std::size_t>(last.position() + last.length())};
+}
+
+void EditorView::restyleVisibleBacklog() {
+  if (backlog_.empty()) return;
+  const auto [visibleFrom, visibleTo] = visibleSpan();
+  std::vector<std::pair<std::size_t, std::size_t>> rest;
+  for (const auto& [from, to] : backlog_) {
+    if (to <= visibleFrom || visibleTo <= from) {
+      rest.emplace_back(from, to);
+      continue;
+    }
+    restyle(std::max(from, visibleFrom), std::min(to, visibleTo));
+    if (from < visibleFrom) rest.emplace_back(from, visibleFrom);
+    if (visibleTo < to) rest.emplace_back(visibleTo, to);
+  }
+  backlog_ = std::move(rest);
+}
+
+void EditorView::drainBacklog() {
+  QElapsedTimer clock;
+  clock.start();
+  // Slices short enough that typing never waits behind one.
+  while (!backlog_.empty() && clock.elapsed() < 4) {
+    auto& [from, to] = backlog_.front();
+    const std::size_t until = std::min(to, from + 4096);
+    restyle(from, until);
+    from = until;
+    if (from >= to) backlog_.erase(backlog_.begin());
+  }
+  if (!backlog_.empty()) backlogTimer_->start();
+}
+
+int EditorView::restyle(std::size_t from, std::size_t to) {
   QTextDocument* doc = editor_->document();
   const TextStorage& storage = controller_->textStorage();
-  QTextBlock block = doc->findBlock(static_cast<int>(dirtyFrom_));
-  const int last = std::min(static_cast<int>(dirtyTo_), doc->characterCount() - 1);
+  QTextBlock block = doc->findBlock(static_cast<int>(from));
+  const int last = std::min(static_cast<int>(to), doc->characterCount() - 1);
   int changedFrom = -1, changedTo = -1;
-  restyled_ = 0;
+  int restyled = 0;
   QList<QTextLayout::FormatRange> ranges;
   while (block.isValid() && block.position() <= last) {
     const std::size_t start = static_cast<std::size_t>(block.position());
@@ -671,7 +775,7 @@ void EditorView::flushFormats() {
     QTextLayout* layout = block.layout();
     if (layout && layout->formats() != ranges) {
       layout->setFormats(ranges);
-      ++restyled_;
+      ++restyled;
       if (changedFrom < 0) changedFrom = block.position();
       changedTo = block.position() + block.length();
     }
@@ -680,6 +784,7 @@ void EditorView::flushFormats() {
   if (changedFrom >= 0) {
     doc->markContentsDirty(changedFrom, std::min(changedTo, doc->characterCount()) - changedFrom);
   }
+  return restyled;
 }
 
 TextRange EditorView::widgetSelection() const {

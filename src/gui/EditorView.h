@@ -10,6 +10,7 @@
 #include <QTimer>
 #include <QToolButton>
 #include <QWidget>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,6 +39,7 @@ class CodeEditor : public QPlainTextEdit {
   int gutterWidth() const;
   QTextBlock topBlock() const { return firstVisibleBlock(); }
   void paintGutter(QPaintEvent* event, QWidget* gutter);
+  void caretMoved();
 
  protected:
   void keyPressEvent(QKeyEvent* event) override;
@@ -51,6 +53,7 @@ class CodeEditor : public QPlainTextEdit {
  private:
   EditorView& owner_;
   QWidget* gutter_;
+  int bandBlock_ = -1;
   friend class EditorView;
 };
 
@@ -138,6 +141,13 @@ class EditorView : public QWidget, public IEditorView {
   void markDirty(std::size_t from, std::size_t to);
   void scheduleSync();
   void flushFormats();
+  // Re-mirrors the runs of the paragraphs over [from, to); answers how many
+  // changed.
+  int restyle(std::size_t from, std::size_t to);
+  // The paragraphs on screen, with a margin, as document offsets.
+  std::pair<std::size_t, std::size_t> visibleSpan() const;
+  void restyleVisibleBacklog();
+  void drainBacklog();
   void syncCursorFromController();
   void widgetSelectionChanged();
   void placeSuggestions();
@@ -172,11 +182,16 @@ class EditorView : public QWidget, public IEditorView {
   std::size_t dirtyFrom_ = 0;
   std::size_t dirtyTo_ = 0;
   bool syncPending_ = false;
+  // Spans still to mirror after a large restyle: what is on screen goes
+  // first, the rest follows while the application is idle.
+  std::vector<std::pair<std::size_t, std::size_t>> backlog_;
+  QTimer* backlogTimer_ = nullptr;
   int restyled_ = 0;
   bool appeared_ = false;
   bool closed_ = false;
   double appliedFontSize_ = 0;
   EditorColors colors_;
+  mutable std::map<std::uint32_t, QTextCharFormat> formats_;
 };
 
 }  // namespace harbor::gui

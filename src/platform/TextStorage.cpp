@@ -110,8 +110,9 @@ void TextStorage::enumerate(TextRange range, bool reverse, Get get, const Block&
   auto it = std::prev(runs_.upper_bound(range.location));
   for (; it != runs_.end() && it->first < end; ++it) {
     auto next = std::next(it);
-    std::size_t s = std::max(it->first, range.location);
-    std::size_t e = std::min(next == runs_.end() ? length() : next->first, end);
+    std::size_t s = std::max<std::size_t>(it->first, range.location);
+    std::size_t e =
+        std::min<std::size_t>(next == runs_.end() ? length() : std::size_t{next->first}, end);
     const std::optional<Value>& v = get(it->second);
     if (!groups.empty() && groups.back().value == v && groups.back().range.end() == s) {
       groups.back().range.length += e - s;
@@ -175,21 +176,19 @@ void TextStorage::replaceCharacters(TextRange range, std::u16string_view replace
   std::u16string text = text_.use_count() == 1 ? std::move(const_cast<std::u16string&>(*text_))
                                                : std::u16string(*text_);
   text.replace(loc, end - loc, replacement);
-  Runs runs;
-  for (const auto& [start, attrs] : runs_) {
-    if (start < loc) {
-      runs.emplace(start, attrs);
-    } else if (start > end) {
-      runs.emplace(start - (end - loc) + replacement.size(), attrs);
+  // Starts inside the replaced span go; later ones move by the change.
+  runs_.erase(runs_.lower_bound(loc), runs_.upper_bound(end));
+  const auto shift =
+      static_cast<std::ptrdiff_t>(replacement.size()) - static_cast<std::ptrdiff_t>(end - loc);
+  if (shift != 0) {
+    for (auto it = runs_.upper_bound(loc); it != runs_.end(); ++it) {
+      it->first.at = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(it->first.at) + shift);
     }
   }
-  if (loc == 0) runs[0] = before;
-  if (after) runs.emplace(newEnd, *after);
+  if (loc == 0) runs_.insert_or_assign(0, before);
+  if (after) runs_.emplace(newEnd, *after);
   // Drop starts beyond the new end.
-  for (auto it = runs.upper_bound(0); it != runs.end();) {
-    it = it->first >= text.size() ? runs.erase(it) : std::next(it);
-  }
-  runs_ = std::move(runs);
+  runs_.erase(runs_.lower_bound(std::max<std::size_t>(text.size(), 1)), runs_.end());
   text_ = std::make_shared<std::u16string>(std::move(text));
   coalesceAround(0 < loc ? loc - 1 : 0, newEnd + 1);
   const TextRange edited{loc, replacement.size()};

@@ -103,9 +103,17 @@ class TextStorage {
   std::size_t runCount() const { return runs_.size(); }
 
  private:
+  // A run's start. An edit moves every later start by the same amount,
+  // which keeps their order: shifting them in place is safe and spares
+  // rebuilding the map on each keystroke.
+  struct RunStart {
+    mutable std::size_t at;
+    RunStart(std::size_t offset) : at(offset) {}  // NOLINT: offsets convert freely
+    operator std::size_t() const { return at; }
+  };
   // Run starts to attributes; the first run starts at 0 and each runs to the
   // next start (the last to the end of the text).
-  using Runs = std::map<std::size_t, TextAttributes>;
+  using Runs = std::map<RunStart, TextAttributes, std::less<>>;
 
   Runs::iterator splitAt(std::size_t offset);
   void coalesceAround(std::size_t from, std::size_t to);

@@ -181,8 +181,12 @@ char16_t CodeFormatParser::previousCharIgnoreWhiteSpace(std::size_t index) const
 
 char16_t CodeFormatParser::getNextCharIgnoreWhiteSpace(std::size_t index) const {
   for (std::size_t i = index + 1; i < lastIndex; ++i) {
-    if (!isEmptySpaceChar(text[i])) return text[i];
+    if (!isEmptySpaceChar(text[i])) {
+      noteReach(i + 1);
+      return text[i];
+    }
   }
+  noteReach(lastIndex);
   return 0;
 }
 
@@ -242,7 +246,9 @@ std::u16string CodeFormatParser::previousStringBySplitChar() const {
 
 void CodeFormatParser::parserDetail() {
   while (currentIndex < lastIndex) {
+    const std::size_t gap = currentIndex;
     const char16_t c = skipWhiteChar();
+    if (atTokenBoundary(gap)) break;
     if (c == 0) break;  // the end, or a NUL in the text
     if (scanOtherStartPattern()) continue;
     if (isScanComment()) continue;
@@ -414,6 +420,7 @@ TextRange CodeFormatParser::scanQuote(std::u16string_view marker, bool continueQ
     }
   }
   // Unlike a one-character quote, an unterminated one is no quote.
+  noteReach(currentIndex + 1);
   currentIndex = start;
   return zeroRange;
 }
@@ -474,6 +481,7 @@ TextRange CodeFormatParser::scanMultilineComment(std::u16string_view on, std::u1
     }
   }
 
+  noteReach(found != npos ? found + off.size() : lastIndex);
   if (found != npos) {
     currentIndex = found + off.size();
     return TextRange{start, currentIndex - start};
@@ -641,11 +649,200 @@ void CodeFormatParser::parserSmart(TextStorage& storage) {
   if (storage.length() >= kHighlightCutOff) {
     // Large texts get no scan and no colours.
     removeAllTokenAttributes();
+    forgetIncrementalState();
+    lastScanned_ = {};
     isHadParser = true;
     return;
   }
-  parserValueWithTextStorage(storage);
-  addAttributesToTextStorage();
+  if (!parserIncremental(storage)) {
+    parserValueWithTextStorage(storage);
+    addAttributesToTextStorage();
+    syncPoints_ = std::move(scanPoints_);
+    scanPoints_.clear();
+    lastScanned_ = TextRange{0, storage.length()};
+    // Tags and embedded languages keep state across lines: they always get
+    // the whole text.
+    incrementalReady_ = elementItems.empty() && otherFormatParser.empty();
+    passStorage_ = &storage;
+    passLength_ = storage.length();
+  }
+  editPending_ = false;
+}
+
+void CodeFormatParser::forgetIncrementalState() {
+  incrementalReady_ = false;
+  editPending_ = false;
+  syncPoints_.clear();
+  scanPoints_.clear();
+}
+
+void CodeFormatParser::noteEdit(TextRange edited, std::ptrdiff_t change) {
+  if (!incrementalReady_) return;
+  const std::size_t oldLength = static_cast<std::size_t>(
+      std::max<std::ptrdiff_t>(0, static_cast<std::ptrdiff_t>(edited.length) - change));
+  if (!editPending_) {
+    editPending_ = true;
+    editFrom_ = edited.location;
+    editTo_ = edited.end();
+    editChange_ = change;
+    return;
+  }
+  // Widen the pending span to cover both, in the newest text's offsets.
+  std::size_t to = edited.end();
+  if (editTo_ > edited.location) {
+    const std::size_t moved =
+        editTo_ >= edited.location + oldLength
+            ? static_cast<std::size_t>(static_cast<std::ptrdiff_t>(editTo_) + change)
+            : edited.end();
+    to = std::max(to, moved);
+  }
+  editFrom_ = std::min(editFrom_, edited.location);
+  editTo_ = to;
+  editChange_ += change;
+}
+
+bool CodeFormatParser::atTokenBoundary(std::size_t gapStart) {
+  // Tokens read at least to where they ended, and a character beyond.
+  noteReach(gapStart + 1);
+  // The last line start within the blanks, if any.
+  std::size_t at = currentIndex;
+  while (at > gapStart && text[at - 1] != u'\n') --at;
+  const bool lineStart = at > 0 && text[at - 1] == u'\n';
+  if (lineStart && resyncing_ && passedEdit_) {
+    // Back in step when the previous pass stood between tokens at the same
+    // place of the unchanged text. A token after the edit must lie between,
+    // so nothing scanned from here looks back into the edit.
+    const auto old = static_cast<std::ptrdiff_t>(at) - editChange_;
+    const auto it = std::lower_bound(
+        syncPoints_.begin(), syncPoints_.end(), old,
+        [](const SyncPoint& p, std::ptrdiff_t o) { return static_cast<std::ptrdiff_t>(p.at) < o; });
+    if (old >= 0 && it != syncPoints_.end() && static_cast<std::ptrdiff_t>(it->at) == old) {
+      stoppedAt_ = at;
+      stopped_ = true;
+      return true;
+    }
+  }
+  if (lineStart) scanPoints_.push_back({at, std::max(reach_, at)});
+  if (resyncing_ && currentIndex >= editTo_ && currentIndex < lastIndex) passedEdit_ = true;
+  return false;
+}
+
+namespace {
+
+// Items of one list, in text order: those before `from` stay, the fresh ones
+// follow, then the old ones from `oldTail` on, moved by `change`.
+void spliceItems(std::vector<CodeRangeItem>& old, std::vector<CodeRangeItem>& fresh,
+                 std::size_t from, std::optional<std::size_t> oldTail, std::ptrdiff_t change) {
+  const auto head = std::partition_point(
+      old.begin(), old.end(), [&](const CodeRangeItem& i) { return i.range.location < from; });
+  auto tail = old.end();
+  if (oldTail) {
+    tail = std::partition_point(
+        head, old.end(), [&](const CodeRangeItem& i) { return i.range.location < *oldTail; });
+  }
+  for (auto it = tail; it != old.end(); ++it) {
+    it->range.location =
+        static_cast<std::size_t>(static_cast<std::ptrdiff_t>(it->range.location) + change);
+    it->fullRange.location =
+        static_cast<std::size_t>(static_cast<std::ptrdiff_t>(it->fullRange.location) + change);
+  }
+  // In place: a fresh copy of a long list on every keystroke would churn
+  // the allocator for nothing.
+  const auto at = old.erase(head, tail);
+  old.insert(at, fresh.begin(), fresh.end());
+  fresh = std::move(old);
+}
+
+}  // namespace
+
+bool CodeFormatParser::parserIncremental(TextStorage& storage) {
+  if (!incrementalReady_ || !editPending_ || !isHadParser || passStorage_ != &storage ||
+      static_cast<std::ptrdiff_t>(passLength_) + editChange_ !=
+          static_cast<std::ptrdiff_t>(storage.length()) ||
+      editTo_ > storage.length()) {
+    return false;
+  }
+  // The last boundary whose earlier tokens read nothing the edit touched,
+  // and one more back: a token may peek a little past where it ends.
+  const auto usable = std::partition_point(
+      syncPoints_.begin(), syncPoints_.end(),
+      [&](const SyncPoint& p) { return p.at <= editFrom_ && p.reach <= editFrom_; });
+  const std::size_t kept = static_cast<std::size_t>(usable - syncPoints_.begin());
+  const std::size_t start = kept >= 2 ? syncPoints_[kept - 2].at : 0;
+  reach_ = kept >= 2 ? syncPoints_[kept - 2].reach : 0;
+
+  std::vector<std::vector<CodeRangeItem>*> lists = {
+      &attributesItems,        &otherPatternItems,      &lineComment1Items, &lineComment2Items,
+      &multilineComment1Items, &multilineComment2Items, &quotetion1Items,   &quotetion2Items};
+  std::vector<std::vector<CodeRangeItem>> oldLists;
+  oldLists.reserve(lists.size());
+  for (auto* l : lists) oldLists.push_back(std::move(*l));
+  std::vector<std::vector<CodeRangeItem>> oldKeywords = std::move(keywordsItems);
+
+  bindStorage(storage, start, storage.length());
+  parserBegin();
+  if (start == 0) {
+    if (currentCharStatic() == 0xFEFF) ++currentIndex;
+    parserStart();
+  }
+  resyncing_ = true;
+  passedEdit_ = false;
+  stopped_ = false;
+  scanPoints_.clear();
+  parserDetail();
+  resyncing_ = false;
+  actionElementItems();
+  if (!elementItems.empty() || !otherFormatParser.empty() ||
+      oldKeywords.size() != keywordsItems.size()) {
+    return false;  // the whole pass runs instead and replaces every list
+  }
+  if (stopped_) lastIndex = stoppedAt_;
+  const std::size_t end = lastIndex;
+
+  // Colours of the scanned span only: outside it the storage already shows
+  // what the previous pass wrote, moved with the text.
+  RangeAttributes m;
+  addAttributesToTextStorage(m);
+  addAttributesToTextStorageExtensions(m);
+
+  std::optional<std::size_t> oldTail;
+  if (stopped_) oldTail = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(end) - editChange_);
+  for (std::size_t i = 0; i < lists.size(); ++i) {
+    spliceItems(oldLists[i], *lists[i], start, oldTail, editChange_);
+  }
+  for (std::size_t i = 0; i < keywordsItems.size(); ++i) {
+    spliceItems(oldKeywords[i], keywordsItems[i], start, oldTail, editChange_);
+  }
+
+  std::vector<SyncPoint> points;
+  points.reserve(syncPoints_.size() + scanPoints_.size());
+  points.insert(points.end(), syncPoints_.begin(),
+                syncPoints_.begin() + static_cast<std::ptrdiff_t>(kept >= 2 ? kept - 2 : 0));
+  points.insert(points.end(), scanPoints_.begin(), scanPoints_.end());
+  if (oldTail) {
+    const std::size_t oldEditEnd =
+        static_cast<std::size_t>(static_cast<std::ptrdiff_t>(editTo_) - editChange_);
+    const auto moved = [&](std::size_t at) {
+      return static_cast<std::size_t>(static_cast<std::ptrdiff_t>(at) + editChange_);
+    };
+    std::size_t reach = reach_;
+    for (auto it = std::partition_point(syncPoints_.begin(), syncPoints_.end(),
+                                        [&](const SyncPoint& p) { return p.at < *oldTail; });
+         it != syncPoints_.end(); ++it) {
+      // What a later token read moves with the text; what the replaced
+      // tokens read is now the edit's.
+      const std::size_t r = it->reach >= oldEditEnd  ? moved(it->reach)
+                            : it->reach <= editFrom_ ? it->reach
+                                                     : editTo_;
+      reach = std::max(reach, r);
+      points.push_back({moved(it->at), reach});
+    }
+  }
+  syncPoints_ = std::move(points);
+  scanPoints_.clear();
+  passLength_ = storage.length();
+  lastScanned_ = TextRange{start, end - start};
+  return true;
 }
 
 void CodeFormatParser::parserValueWithTextStorage(TextStorage& storage) {
@@ -662,6 +859,11 @@ void CodeFormatParser::bindStorage(TextStorage& storage, std::size_t start, std:
 
 void CodeFormatParser::parserValueWithTextStorage(TextStorage& storage, std::size_t start,
                                                   std::size_t end) {
+  // A scan from elsewhere replaces the lists: only parserSmart's whole pass
+  // makes them a base for the next partial one.
+  incrementalReady_ = false;
+  scanPoints_.clear();
+  reach_ = 0;
   bindStorage(storage, start, end);
   parserBegin();
   if (currentCharStatic() == 0xFEFF) ++currentIndex;

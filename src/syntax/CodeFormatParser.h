@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -146,7 +147,16 @@ class CodeFormatParser {
   virtual bool isCurrentOffsetNoSuggest(std::size_t offset) const;
 
   // ---- the highlighting pass ---------------------------------------------
+  // After an edit noted below, re-scans from a line start before the edit
+  // and stops at the first line start after it where the scan is back in
+  // step with the previous one; the lists and the colours then equal those
+  // of a pass over the whole text. Anything else gets the whole text.
   void parserSmart(TextStorage& storage);
+  // The storage changed since the last pass: `edited` is the new text's span
+  // and `change` the difference in length, as the storage reports them.
+  void noteEdit(TextRange edited, std::ptrdiff_t change);
+  // The span the last parserSmart scanned.
+  TextRange lastScannedRange() const { return lastScanned_; }
   void parserValueWithTextStorage(TextStorage& storage);
   virtual void parserValueWithTextStorage(TextStorage& storage, std::size_t currentIndex,
                                           std::size_t lastIndex);
@@ -362,6 +372,41 @@ class CodeFormatParser {
   static bool isOtherSpace(char16_t c);
 
  private:
+  bool parserIncremental(TextStorage& storage);
+  // At the top of the main loop, after the blanks from `gapStart`: records
+  // the line start in the gap and answers whether a partial scan may stop.
+  bool atTokenBoundary(std::size_t gapStart);
+  void forgetIncrementalState();
+
+  // Line starts where the last pass stood between tokens: a scan starting
+  // at one of them sees what the whole pass saw from there on. `reach` is
+  // how far the tokens before it read: an edit beyond it leaves them be.
+  struct SyncPoint {
+    std::size_t at;
+    std::size_t reach;
+  };
+  std::vector<SyncPoint> syncPoints_;
+  std::vector<SyncPoint> scanPoints_;
+  // The farthest offset the scan read so far; searches for a closing marker
+  // read far ahead, and a failed one to the end.
+  mutable std::size_t reach_ = 0;
+  void noteReach(std::size_t offset) const { reach_ = std::max(reach_, offset); }
+  const TextStorage* passStorage_ = nullptr;
+  std::size_t passLength_ = 0;
+  bool incrementalReady_ = false;
+  // The edits since the last pass: one span of the current text and the
+  // total change of length.
+  bool editPending_ = false;
+  std::size_t editFrom_ = 0;
+  std::size_t editTo_ = 0;
+  std::ptrdiff_t editChange_ = 0;
+  // Set while a partial scan runs.
+  bool resyncing_ = false;
+  bool passedEdit_ = false;
+  std::size_t stoppedAt_ = 0;
+  bool stopped_ = false;
+  TextRange lastScanned_;
+
   struct OffSearch {
     std::u16string marker;
     std::size_t searchedFrom;

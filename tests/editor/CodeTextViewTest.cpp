@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "editor/CodeTextView.h"
 #include "syntax/CodeFactory.h"
 #include "syntax/CodeFormatParser.h"
@@ -89,6 +91,35 @@ TEST(CYRLayoutManager, NumbersStayRightWhenTheCacheMovesAndAfterEditsAbove) {
   lines.processEditingForTextStorage(text.size() - 4);
   EXPECT_EQ(lines._lastParaNumber, 6u);
   EXPECT_EQ(lines.gutterText(text, text.size()), "9");
+}
+
+TEST(CYRLayoutManager, LongTextsKeepTheirNumbersThroughEditsAnywhere) {
+  // Long enough for the counts kept along the way; every kind of line end.
+  std::u16string text;
+  for (int i = 0; i < 30000; ++i)
+    text += i % 7 == 0 ? u"line\r\n" : i % 11 == 0 ? u"mac\r" : u"row of text\n";
+  CYRLayoutManager lines;
+  std::mt19937 rng(7);
+  const auto naive = [&](std::size_t offset) {
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < CYRLayoutManager::paragraphStart(text, offset); ++i) {
+      if (text[i] == u'\n' || (text[i] == u'\r' && (i + 1 >= text.size() || text[i + 1] != u'\n')))
+        ++n;
+    }
+    return std::to_string(n + 1);
+  };
+  for (int round = 0; round < 60; ++round) {
+    const std::size_t at = rng() % text.size();
+    const std::u16string inserted = round % 3 == 0 ? u"\r\n" : round % 3 == 1 ? u"\n\nx" : u"";
+    text.replace(at, round % 2 ? rng() % 40 : 0, inserted);
+    lines.processEditingForTextStorage(at);
+    // The gutter asks from the top of the window down, near and far.
+    for (std::size_t probe : {at, at + 500, text.size() / 3, text.size() - 1, std::size_t{3}}) {
+      probe = std::min(probe, text.size());
+      ASSERT_EQ(lines.gutterText(text, probe), naive(probe))
+          << "round " << round << " at " << probe;
+    }
+  }
 }
 
 TEST(UTextStorage, EachEditRecoloursTheWholeText) {

@@ -4,6 +4,7 @@
 #include <QDialog>
 #include <QKeyEvent>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTest>
 #include <QTextBlock>
 #include <chrono>
@@ -17,6 +18,7 @@
 #include "gui/WebPageView.h"
 #include "platform/MainQueue.h"
 #include "support/TestSupport.h"
+#include "syntax/CodeFormatParser.h"
 
 namespace harbor::gui {
 namespace {
@@ -112,6 +114,42 @@ TEST_F(EditorViewTest, RestylingTouchesOnlyTheParagraphsAPassWrote) {
   QTest::keyClick(view->textWidget(), Qt::Key_Space);
   // At most the paragraph typed in (the document may carry its formats along).
   EXPECT_LE(view->restyledParagraphs(), 2);
+}
+
+TEST_F(EditorViewTest, ALargeFileColoursTheScreenFirstAndTheRestWhenIdle) {
+  std::string text;
+  for (int i = 0; i < 6000; ++i) text += "return v" + std::to_string(i) + "; // note\n";
+  auto view = open("large.cpp", text);
+  const QString shown = widgetText(*view);
+  const Color keyword = *storageColor(*view, 0);
+  const auto at = [&](int line) {
+    return static_cast<int>(view->textWidget()->document()->findBlockByNumber(line).position());
+  };
+  // The window's lines have their colours; the far end waits for idle time.
+  EXPECT_EQ(view->textWidget()->formatAt(at(1)).foreground().color(), qcolor(keyword));
+  EXPECT_LT(view->restyledParagraphs(), 200);
+  // Scrolling to the end shows coloured text at once.
+  view->textWidget()->verticalScrollBar()->setValue(
+      view->textWidget()->verticalScrollBar()->maximum());
+  EXPECT_EQ(view->textWidget()->formatAt(at(5990)).foreground().color(), qcolor(keyword));
+  // And idle time finishes the middle.
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] {
+        return view->textWidget()->formatAt(at(3000)).foreground().color() == qcolor(keyword);
+      },
+      20000));
+
+  // A keystroke in the middle re-scans a few lines and restyles one or two.
+  startEditing(*view);
+  placeCaret(*view, at(3000) + 2);
+  QTest::keyClick(view->textWidget(), Qt::Key_X);
+  EXPECT_LE(view->restyledParagraphs(), 2);
+  // Commenting the line out colours it whole, and its neighbours keep theirs.
+  placeCaret(*view, at(3000));
+  QTest::keyClicks(view->textWidget(), "//");
+  EXPECT_EQ(widgetColor(*view, at(3000) + 3), qcolor(CodeFormatParser::commentColor()));
+  EXPECT_EQ(widgetColor(*view, at(3001)), qcolor(keyword));
+  EXPECT_EQ(widgetColor(*view, at(2999)), qcolor(keyword));
 }
 
 TEST_F(EditorViewTest, CarriageReturnsKeepOffsetsAndCopyGivesThemBack) {
