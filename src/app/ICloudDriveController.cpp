@@ -18,6 +18,14 @@ IScreenPort& ICloudDriveController::port() const {
   return _port ? *_port : *ScreenPort::shared();
 }
 
+std::string ICloudDriveController::relativeFolder() const {
+  auto provider = CloudProvider::shared();
+  const std::string top = provider ? provider->documentsURL() : std::string();
+  if (_folder.empty() || _folder == top) return "/";
+  if (!top.empty() && _folder.starts_with(top + "/")) return _folder.substr(top.size());
+  return _folder;
+}
+
 void ICloudDriveController::viewDidLoad() {
   auto provider = CloudProvider::shared();
   const bool top = _folder.empty();

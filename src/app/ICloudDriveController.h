@@ -27,6 +27,8 @@ class ICloudDriveController : public ViewController,
   void viewDidLoad();
 
   const std::string& folder() const { return _folder; }
+  // The folder below the drive's documents: "/" at the top, "/a/b" below.
+  std::string relativeFolder() const;
   bool isImport() const { return _isImport; }
   // How many drive screens are on the stack down to and with this one.
   int depth() const { return _depth; }

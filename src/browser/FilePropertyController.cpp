@@ -62,7 +62,7 @@ FilePropertyInfo FilePropertyController::readInfo(const std::string& path) {
   const std::string root = FileUtil::documentDirectory();
   if (isPathAtOrBelow(path, root)) {
     info.relativePath = FileUtil::getDocumentRelativePath(path);
-    if (info.relativePath.empty()) info.relativePath = "/";
+    if (info.relativePath.empty()) info.relativePath.push_back('/');  // the root
   }
   struct statx stx {};
   if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &stx) !=

@@ -59,6 +59,7 @@ class FilePropertyController : public ViewController,
   void viewDidDisappear();
   void cancel();
 
+  const std::string& path() const { return _path; }
   // A copy: the walk updates it from the main queue.
   FilePropertyInfo info() const;
   bool isCounting() const;

@@ -121,6 +121,7 @@ class ScriptPort : public IScreenPort {
     if (auto browser = std::dynamic_pointer_cast<FileManagerBaseController>(screen))
       seen.push_back(browser);
     if (auto property = std::dynamic_pointer_cast<FilePropertyController>(screen)) {
+      line["path"] = shownPath(property->path());
       properties.push_back(property);
       // One line once the figures are whole (a folder's after its walk).
       property->setOnChange([this](const FilePropertyInfo& info) {
@@ -128,7 +129,7 @@ class ScriptPort : public IScreenPort {
       });
     }
     if (auto cloud = std::dynamic_pointer_cast<ICloudDriveController>(screen))
-      line["path"] = cloud->folder().empty() ? "/" : cloud->folder();
+      line["path"] = cloud->relativeFolder();
     print(line);
     if (nav) nav->pushViewController(std::move(screen));
   }
@@ -271,7 +272,7 @@ class BrowseSession {
                              {"size", item.totalBytes},
                              {"downloaded", item._metadataItem.downloaded}});
           port_->print(
-              {{"path", cloud->folder()}, {"class", cloud->className()}, {"items", items}});
+              {{"path", cloud->relativeFolder()}, {"class", cloud->className()}, {"items", items}});
         } else {
           for (const auto& item : cloud->items())
             std::cout << item._displayName << (item._isDirectory ? "/" : "") << "\n";
