@@ -67,14 +67,16 @@ void HarborFileManagerController::loadICloudDrive(bool forImport) {
 void HarborFileManagerController::cloudFilePicked(const std::string& cloudPath, bool forImport,
                                                   int depth) {
   for (int i = 0; i < depth; ++i) port().pop();
-  startAction([cloudPath, forImport](FileManagerController& base) {
+  // Taken here: the worker reads nothing of the screen's own state.
+  const std::string folder = fullFolderPath();
+  startAction([cloudPath, forImport, folder](FileManagerController& base) {
     auto& self = static_cast<HarborFileManagerController&>(base);
     const std::string name = FileUtil::getFileName(cloudPath);
     self.updateTitle(localizedString("Downloading") + " " + name);
     self.setTotalSizeWithNum(ICloudDriveUtil::getICloudFileSize(cloudPath));
     // Nothing shows in the folder until the download is whole.
     const std::string work = FileManagerController::makeHiddenWorkFolder(
-        forImport ? self.fullFolderPath() : TempDirectoryUtil::archiveDirectory());
+        forImport ? folder : TempDirectoryUtil::archiveDirectory());
     const std::string downloaded = work + "/" + name;
     auto download = ICloudDownload::instanceWithPath(cloudPath, downloaded, &self);
     download->setUseMainThread(false);
@@ -92,7 +94,6 @@ void HarborFileManagerController::cloudFilePicked(const std::string& cloudPath, 
     if (!cancelled && !download->isSuccess()) {
       self.alertMsg("Failure", download->errorMessage());
     } else if (!cancelled && forImport) {
-      const std::string folder = self.fullFolderPath();
       const std::string target = FileUtil::getCreateFileName(
           folder, FileUtil::getFileNameNoExtension(name), FileUtil::getFileExtension(name));
       if (auto error = moveNoReplace(downloaded, target)) {
