@@ -5,6 +5,7 @@
 #include "app/GlobalConfig.h"
 #include "app/HarborFileManagerController.h"
 #include "app/LockServices.h"
+#include "browser/FileManagerController.h"
 #include "cloud/CloudProvider.h"
 #include "editor/EditorBaseController.h"
 #include "filemanager/CommonUtil.h"
@@ -20,6 +21,7 @@ bool AppDelegate::didFinishLaunchingWithOptions(const LaunchOptions& options) {
   installMissingLockServices(*this);
   CommonApplication::didFinishLaunchingWithOptions(options);
   initAction();
+  warnUnreadablePasswords();
   window()->makeKeyAndVisible();
   return true;
 }
@@ -80,6 +82,12 @@ bool AppDelegate::waitForClearTemp(std::chrono::milliseconds timeout) {
 
 void AppDelegate::applicationDidEnterBackground() {
   CommonApplication::applicationDidEnterBackground();
+  if (fileManagerNavController) {
+    for (const auto& screen : fileManagerNavController->viewControllers) {
+      if (auto browser = std::dynamic_pointer_cast<FileManagerController>(screen))
+        browser->enterBackground();
+    }
+  }
   // `_viewController` is never set, so nothing is ever reported running here.
   if (!_viewController) CommonUtil::checkBookMark();
 }

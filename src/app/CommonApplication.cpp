@@ -6,6 +6,7 @@
 
 #include "app/GlobalConfig.h"
 #include "app/LocalLoginController.h"
+#include "browser/FileManagerBaseController.h"
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Directories.h"
@@ -174,30 +175,14 @@ bool CommonApplication::openURL(const std::string& url, const std::string&, cons
 }
 
 void CommonApplication::handleOpenURL(const std::string& path) {
-  const std::string root = FileUtil::documentDirectory();
-  const std::string inbox = root + "/Inbox";
-  const std::string imported = root + "/Imported";
-
+  // What the system put in Inbox is what arrived; move all of it. An empty
+  // Inbox means the item is only at the URL.
   std::vector<std::string> entries;
-  CommonUtil::filesInCurrentFolder(inbox, entries, true, {});
-  FileUtil::createFolder(imported);
-
+  CommonUtil::filesInCurrentFolder(FileUtil::documentDirectory() + "/Inbox", entries, true, {});
   if (!entries.empty()) {
-    // What the system put in Inbox is what arrived; move all of it.
-    for (const auto& entry : entries) {
-      const std::string name = FileUtil::getFileName(entry);
-      std::string target;
-      if (FileUtil::isDirectoryFilePath(entry)) {
-        target = FileUtil::getCreateFolderName(imported, name);
-      } else {
-        target = FileUtil::getCreateFileName(imported, FileUtil::getFileNameNoExtension(name),
-                                             FileUtil::getFileExtension(name));
-      }
-      std::error_code ec;
-      fs::rename(entry, target, ec);
-      if (ec) HB_LOG("CommonApplication", "cannot move " + entry + ": " + ec.message());
-    }
+    FileManagerBaseController::moveInboxToImported();
   } else {
+    FileUtil::createFolder(FileUtil::documentDirectory() + "/Imported");
     copyImportFile(path);
   }
   NotificationCenter::defaultCenter().post(notifications::HBFileDirectoryChangeToParentNotification,

@@ -9,7 +9,8 @@ namespace harbor {
 
 // The application's root browser. At launch it clears the clipboard, so
 // paths copied in an earlier run are not pasted by surprise; at the root its
-// sheets offer the preferences.
+// sheets offer the preferences; its sheet without a selection opens the
+// cloud drive.
 class HarborFileManagerController : public FileManagerController {
  public:
   explicit HarborFileManagerController(std::string folderPath = {});
@@ -24,6 +25,15 @@ class HarborFileManagerController : public FileManagerController {
   bool isSupportViewMht() const override { return true; }
   bool isAlertPreferences(bool withSelection) const override;
   bool handleSheetEntry(const std::string& entry) override;
+
+  bool isSupportICloudDrive() const override { return true; }
+  bool hasICloudDriveClass() const override { return true; }
+  // Opens the drive's screen, or says the drive is unavailable.
+  void loadICloudDrive(bool forImport) override;
+  // A file picked on the drive: downloaded on the worker, then opened alone
+  // or, for an import, put in this folder under a free name. `depth` drive
+  // screens are closed first.
+  void cloudFilePicked(const std::string& cloudPath, bool forImport, int depth);
 };
 
 }  // namespace harbor

@@ -4,7 +4,9 @@
 #include "app/CommonApplication.h"
 #include "app/LocalLoginController.h"
 #include "filemanager/FileManagerUtil.h"
+#include "platform/Log.h"
 #include "platform/ScreenPort.h"
+#include "platform/Strings.h"
 #include "prefs/LoginPasswordUtil.h"
 #include "prefs/TouchIDUtils.h"
 
@@ -54,6 +56,23 @@ void installLockServices(CommonApplication& application, std::shared_ptr<IScreen
   services.alertMsg = [port](const std::string& text) {
     if (port) port->showMessage({}, text);
   };
+}
+
+int warnUnreadablePasswords() {
+  int shown = 0;
+  auto tell = [&shown](const char* key) {
+    const std::string text = localizedString(key);
+    HB_LOG("LockServices", text);
+    if (auto& alert = ApplicationServices::shared().alertMsg) {
+      alert(text);
+    } else {
+      ScreenPort::shared()->showMessage(key, text);
+    }
+    ++shown;
+  };
+  if (LoginPasswordUtil::isUnreadableLocalPassword()) tell("LockPasswordUnreadable");
+  if (LoginPasswordUtil::isUnreadableWifiPassword()) tell("WifiPasswordUnreadable");
+  return shown;
 }
 
 }  // namespace harbor

@@ -19,5 +19,9 @@ void installLockServices(CommonApplication& application, std::shared_ptr<IScreen
 // Only what is still missing: the store and a lock screen with no port. A
 // launch without them could never lock.
 void installMissingLockServices(CommonApplication& application);
+// A stored lock or Wi-Fi password that no longer deciphers reads as none;
+// rather than let the lock vanish unnoticed, the user is told so. Answers
+// how many messages were shown.
+int warnUnreadablePasswords();
 
 }  // namespace harbor

@@ -62,6 +62,10 @@ void runOnMain(std::function<void()> work) {
 
 }  // namespace
 
+std::string FileManagerController::makeHiddenWorkFolder(const std::string& destination) {
+  return hiddenWorkFolder(destination);
+}
+
 // ---- clipboard ------------------------------------------------------------------------
 
 void FileManagerController::transferSingle(bool isCopy) {
@@ -155,6 +159,7 @@ void FileManagerController::pasteSingle() {
   }
   updateTitle(localizedString(isCopy ? "Copying files" : "Moving files"));
   std::vector<std::string> created;
+  std::string reveal;
   std::vector<std::string> removed;
   for (const auto& path : paths) {
     if (isCurrentThreadCancelled()) break;
@@ -170,7 +175,7 @@ void FileManagerController::pasteSingle() {
             ? FileUtil::getCreateFolderName(_folderPath, name)
             : FileUtil::getCreateFileName(_folderPath, FileUtil::getFileNameNoExtension(name),
                                           FileUtil::getFileExtension(name));
-    scrollToValue = destination;
+    reveal = destination;
     if (copyOrCutFile(path, destination, isCopy ? 1 : 2)) {
       created.push_back(destination);
       if (!isCopy) removed.push_back(path);
@@ -187,8 +192,11 @@ void FileManagerController::pasteSingle() {
   }
   TransferClipboard::saveCopySystemPath(std::nullopt, false);
   setStatusText(localizedString(cancelled ? "UserCancelAction" : "Done") + ", " +
-                std::to_string(_failures) + " " + localizedString("Failure"));
-  runOnMain([this, created, removed] {
+                std::to_string(_failures.load()) + " " + localizedString("Failure"));
+  // The screen's fields are the main thread's: the worker hands them over.
+  if (cancelled) reveal.clear();
+  runOnMain([this, created, removed, reveal] {
+    if (!reveal.empty()) scrollToValue = reveal;
     clearSelection();
     port().setBusy(false);
     loadWatcher();
@@ -291,7 +299,7 @@ void FileManagerController::deleteThread() {
     if (!exists(path)) FileManagerUtil::removeFileAndChildrenPassword(path);
   }
   CommonUtil::checkBookMark();
-  if (_failures) setStatusText(std::to_string(_failures) + " " + localizedString("Failure"));
+  if (_failures) setStatusText(std::to_string(_failures.load()) + " " + localizedString("Failure"));
   runOnMain([this, selection] {
     if (filePresenter().isSearchResult()) filePresenter().checkFilesExistsAndRemove();
     setEditing(false);
@@ -367,13 +375,13 @@ void FileManagerController::zipFiles(const std::string& formatIn, const std::str
           alertMsg("Failure", moved->message);
         } else {
           made = target;
-          scrollToValue = target;
         }
       }
     }
     FileUtil::deleteFile(work);
   }
   runOnMain([this, cancelled, made] {
+    if (!made.empty()) scrollToValue = made;
     setEditing(false);
     port().setBusy(false);
     if (!cancelled) {
@@ -631,7 +639,7 @@ void FileManagerController::moveDestination(bool cancelled) {
         to.clear();
       }
     }
-    if (!to.empty()) scrollToValue = to;
+    if (!to.empty()) runOnMain([this, to] { scrollToValue = to; });
   }
   // What is left of the hidden folder goes away without holding anyone up.
   if (exists(_destination)) {
@@ -647,7 +655,8 @@ void FileManagerController::unzipFinished() {
     archiveDelegate.reset();
   }
   unzipDestination.clear();
-  std::string shown = scrollToValue;
+  std::string shown;
+  runOnMain([&] { shown = scrollToValue; });
   runOnMain([this, shown] {
     if (!shown.empty())
       addToSearchResultOrReload({shown}, {});

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <any>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include "filemanager/CommonUtil.h"
 #include "filemanager/FileManagerUtil.h"
 #include "filemanager/FileUtil.h"
+#include "platform/Log.h"
 #include "platform/MainQueue.h"
 #include "platform/NotificationNames.h"
 #include "platform/Paths.h"
@@ -571,6 +573,50 @@ bool FileManagerBaseController::waitForWorker(std::function<bool()> stopWhen) {
                             std::chrono::hours(1));
   main.runPending();
   return done;
+}
+
+// ---- incoming files -------------------------------------------------------------------
+
+std::vector<std::string> FileManagerBaseController::moveInboxToImported() {
+  const std::string root = FileUtil::documentDirectory();
+  const std::string inbox = root + "/Inbox";
+  const std::string imported = root + "/Imported";
+  FileUtil::createFolder(imported);
+  std::vector<std::string> entries;
+  CommonUtil::filesInCurrentFolder(inbox, entries, true, {});
+  std::vector<std::string> moved;
+  for (const auto& entry : entries) {
+    const std::string name = FileUtil::getFileName(entry);
+    const std::string target =
+        FileUtil::isDirectoryFilePath(entry)
+            ? FileUtil::getCreateFolderName(imported, name)
+            : FileUtil::getCreateFileName(imported, FileUtil::getFileNameNoExtension(name),
+                                          FileUtil::getFileExtension(name));
+    std::error_code ec;
+    std::filesystem::rename(entry, target, ec);
+    // One entry that cannot move must not hold back the others.
+    if (ec) {
+      HB_LOG("FileManagerBaseController", "cannot move " + entry + ": " + ec.message());
+      continue;
+    }
+    moved.push_back(target);
+  }
+  return moved;
+}
+
+void FileManagerBaseController::handleOpenURL(const std::string& url) {
+  (void)url;  // what arrived is what the system put in Inbox
+  auto moved = moveInboxToImported();
+  if (!moved.empty()) scrollToValue = moved.back();
+  reloadData();
+}
+
+bool FileManagerBaseController::isExistsExcutingInFileManagers(
+    const std::vector<std::shared_ptr<ViewController>>& stack) {
+  return std::any_of(stack.begin(), stack.end(), [](const auto& screen) {
+    auto browser = std::dynamic_pointer_cast<FileManagerBaseController>(screen);
+    return browser && browser->isWorking();
+  });
 }
 
 // ---- helpers ---------------------------------------------------------------------------

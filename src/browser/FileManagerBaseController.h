@@ -187,6 +187,15 @@ class FileManagerBaseController : public ViewController,
   bool waitForWorker(std::function<bool()> stopWhen = {});
   bool isWorkerCancelled() const;
 
+  // Files handed over by other applications: everything in "Inbox" moves
+  // to "Imported" under free names, and the listing reloads.
+  void handleOpenURL(const std::string& url);
+  // The move itself; answers the new paths.
+  static std::vector<std::string> moveInboxToImported();
+  // Whether any browser on `stack` has a worker running.
+  static bool isExistsExcutingInFileManagers(
+      const std::vector<std::shared_ptr<ViewController>>& stack);
+
   std::string scrollToValue;
   int transferType = 0;  // 1 copy, 2 cut
   bool isAction = false;

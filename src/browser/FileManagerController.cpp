@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "browser/BrowserSupport.h"
+#include "browser/FilePropertyController.h"
 #include "browser/FileTransferController.h"
 #include "browser/ViewArchiveController.h"
 #include "filemanager/CommonUtil.h"
@@ -246,6 +247,8 @@ std::vector<std::string> FileManagerController::actionSheetNoEditRows() const {
   if (isSupportShowIcons())
     rows.push_back(_showItemstype == FilePresenter::kShowIcons ? "Show items as list"
                                                                : "Show items as icons");
+  if (isSupportICloudDrive() && hasICloudDriveClass())
+    rows.insert(rows.end(), {"Cloud Drive", "Import File From Cloud Drive"});
   if (isAlertPreferences(false)) rows.push_back("Preferences");
   const_cast<FileManagerController*>(this)->addItemToActionSheet(rows, false);
   rows.push_back("Cancel");
@@ -340,10 +343,9 @@ bool FileManagerController::sheetChosen(int tag, const std::string& entry) {
   } else if (entry == "Open In...") {
     port().openFiles(ScreenRoute::HandOver, {selectedRows().front()}, 0);
   } else if (entry == "Property") {
-    std::string path = selectedRows().empty() ? _folderPath : selectedRows().front();
-    std::uint64_t count = 0;
-    std::uint64_t size = FileUtil::folderSize(path, count);
-    alertMsg("Property", FileUtil::getFileName(path) + " " + FileUtil::formatSize(size));
+    showProperty();
+  } else if (entry == "Cloud Drive" || entry == "Import File From Cloud Drive") {
+    loadICloudDrive(entry != "Cloud Drive");
   } else if (entry == "Show items as list" || entry == "Show items as icons") {
     _showItemstype =
         entry == "Show items as list" ? FilePresenter::kShowList : FilePresenter::kShowIcons;
@@ -365,6 +367,31 @@ bool FileManagerController::sheetChosen(int tag, const std::string& entry) {
     if (!selectedRows().empty()) browserArchiveFile(selectedRows().front());
   }
   return true;
+}
+
+namespace {
+std::function<bool()>& imageViewerInFront() {
+  static std::function<bool()> query;
+  return query;
+}
+}  // namespace
+
+void FileManagerController::setImageViewerInFront(std::function<bool()> query) {
+  imageViewerInFront() = std::move(query);
+}
+
+void FileManagerController::enterBackground() {
+  if (auto& query = imageViewerInFront(); query && query()) return;
+  FileManagerUtil::removeFileImageLocalCache();
+}
+
+std::shared_ptr<FilePropertyController> FileManagerController::showProperty() {
+  const std::string path = selectedRows().size() == 1 ? selectedRows().front() : _folderPath;
+  auto screen = FilePropertyController::instanceWithPath(path);
+  screen->setPort(portPointer());
+  port().push(screen);
+  screen->viewDidLoad();
+  return screen;
 }
 
 // ---- dialog tags ----------------------------------------------------------------------
@@ -403,19 +430,27 @@ void FileManagerController::setTotalSize(std::uint64_t total) {
 }
 
 void FileManagerController::progressFinished(std::uint64_t units) {
-  _currentSize += units;
-  if (_workerCancelAfter && _currentSize.load() >= *_workerCancelAfter) _workerToken.cancel();
+  cancelIfReached(_currentSize += units);
   showStatus();
 }
 
 void FileManagerController::progressUpdateCurrentSize(std::uint64_t position) {
   _currentSize = position;
-  if (_workerCancelAfter && position >= *_workerCancelAfter) _workerToken.cancel();
+  cancelIfReached(position);
   showStatus();
 }
 
+void FileManagerController::cancelIfReached(std::uint64_t units) {
+  if (units < _workerCancelAt.load(std::memory_order_relaxed)) return;
+  std::lock_guard lock(_selfCancelMutex);
+  if (units >= _workerCancelAt.load()) _workerToken.cancel();
+}
+
 void FileManagerController::updateTitle(const std::string& title) {
-  _statusTitle = title;
+  {
+    std::lock_guard lock(_statusMutex);
+    _statusTitle = title;
+  }
   auto p = portPointer();
   MainQueue::shared().post([p, title] { p->setStatus(title); });
 }
@@ -426,7 +461,11 @@ void FileManagerController::showStatus() {
   // Tenths are enough for a status line and keep the main queue free.
   const int percent = total ? static_cast<int>(current * 10 / total) * 10 : 0;
   if (_shownPercent.exchange(percent) == percent) return;
-  std::string text = _statusTitle + " " + std::to_string(percent) + "%";
+  std::string text;
+  {
+    std::lock_guard lock(_statusMutex);
+    text = _statusTitle + " " + std::to_string(percent) + "%";
+  }
   auto p = portPointer();
   double fraction = total ? static_cast<double>(current) / static_cast<double>(total) : 0;
   MainQueue::shared().post([p, text, fraction] {
@@ -435,20 +474,33 @@ void FileManagerController::showStatus() {
   });
 }
 
+std::string FileManagerController::lastStatus() const {
+  std::lock_guard lock(_statusMutex);
+  return _lastStatus;
+}
+
 void FileManagerController::setStatusText(const std::string& text) {
-  _lastStatus = text;
+  {
+    std::lock_guard lock(_statusMutex);
+    _lastStatus = text;
+  }
   auto p = portPointer();
   MainQueue::shared().post([p, text] { p->setStatus(text); });
 }
 
 void FileManagerController::startAction(std::function<void(FileManagerController&)> work) {
   auto self = std::static_pointer_cast<FileManagerController>(shared_from_this());
-  _workerCancelAfter = _cancelAfter;
-  _cancelAfter.reset();
   _failures = 0;
-  // The worker's token is kept so that a self-cancel reaches what it polls.
-  _workerToken = CancellationToken();
-  startThread([self, work = std::move(work)] { work(*self); }, true, _workerToken);
+  // The worker's token is kept so that a self-cancel reaches what it polls;
+  // the thread gets its own copy, never this field.
+  CancellationToken token;
+  {
+    std::lock_guard lock(_selfCancelMutex);
+    _workerToken = token;
+    _workerCancelAt = _cancelAfter.value_or(UINT64_MAX);
+  }
+  _cancelAfter.reset();
+  startThread([self, work = std::move(work)] { work(*self); }, true, token);
 }
 
 void FileManagerController::finishBusy() {

@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +16,7 @@
 
 namespace harbor {
 
+class FilePropertyController;
 class FileTransferController;
 
 // The full browser: opening files by kind, the sheets, and the actions on a
@@ -43,6 +46,11 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   virtual bool isSupportBookMarks() const { return false; }
   virtual bool isSupportShowIcons() const { return true; }
   virtual bool isSupportICloudDrive() const { return false; }
+  // Whether this build has a cloud drive screen to open.
+  virtual bool hasICloudDriveClass() const { return false; }
+  // "Cloud Drive" opens the drive, "Import File From Cloud Drive" picks a
+  // file from it into this folder.
+  virtual void loadICloudDrive(bool forImport) { (void)forImport; }
   virtual bool isSupportPlayList() const { return false; }
   virtual bool isSupportViewMht() const { return false; }
   virtual bool isAlertPreferences(bool withSelection) const {
@@ -122,8 +130,19 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
                   const std::string& password, bool isPassword, const std::string& directory);
   bool createFolder(const std::string& name, const std::string& password, Error* error);
   void openRenameController();
+  // The property screen of the one selected item, or of this folder.
+  std::shared_ptr<FilePropertyController> showProperty();
   void alertCreateFolder();
   void performTagAction(int tag) override;
+
+  // A folder for work that must not show in `destination` until it is whole.
+  static std::string makeHiddenWorkFolder(const std::string& destination);
+
+  // The application went to the background: thumbnails made for the list
+  // are dropped, unless an image viewer in front still shows them.
+  void enterBackground();
+  // Set by the window: whether an image viewer is the front screen.
+  static void setImageViewerInFront(std::function<bool()> query);
 
   // ---- progress ----
   void progressFinished(std::uint64_t units) override;
@@ -136,7 +155,7 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   void showStatus();
   // The next worker cancels itself once progress reaches `units`.
   void setCancelAfter(std::optional<std::uint64_t> units) { _cancelAfter = units; }
-  const std::string& lastStatus() const { return _lastStatus; }
+  std::string lastStatus() const;
 
   // Makes the reader of an archive; tests put in their own.
   using ReaderMaker = std::function<std::shared_ptr<IArchive>(const std::string& path)>;
@@ -178,8 +197,14 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   std::atomic<std::uint64_t> _totalSize{0};
   std::atomic<int> _shownPercent{-1};
   std::optional<std::uint64_t> _cancelAfter;
-  std::optional<std::uint64_t> _workerCancelAfter;
+  // The running action's self-cancel: progress arrives on workers while the
+  // main thread starts the next action, so the pair is swapped under a lock;
+  // the threshold is also kept atomic for the lock-free common case.
+  void cancelIfReached(std::uint64_t units);
+  mutable std::mutex _selfCancelMutex;
+  std::atomic<std::uint64_t> _workerCancelAt{UINT64_MAX};
   CancellationToken _workerToken;
+  mutable std::mutex _statusMutex;
   std::string _statusTitle;
   std::string _lastStatus;
   std::optional<bool> _isEncrypted;
@@ -187,7 +212,7 @@ class FileManagerController : public FileManagerBaseController, public IActionPr
   std::string _archiveFormat = "zip";
   bool _retryPassword = false;
   bool _passwordAbandoned = false;
-  int _failures = 0;
+  std::atomic<int> _failures{0};
 };
 
 }  // namespace harbor

@@ -242,7 +242,8 @@ bool ViewArchiveController::checkPassword() {
 
 void ViewArchiveController::unzipFinished() {
   if (_retryPassword) _session->password.clear();
-  std::string shown = scrollToValue;
+  std::string shown;
+  MainQueue::shared().postAndWait([&] { shown = scrollToValue; });
   unzipDestination.clear();
   MainQueue::shared().post([weak = weak_from_this(), shown] {
     auto self = std::static_pointer_cast<ViewArchiveController>(weak.lock());

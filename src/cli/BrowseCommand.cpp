@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "app/AppDelegate.h"
+#include "app/ICloudDriveController.h"
 #include "browser/BrowserSupport.h"
 #include "browser/FileManagerController.h"
+#include "browser/FilePropertyController.h"
 #include "browser/FileTransferController.h"
 #include "cli/Commands.h"
 #include "cli/Output.h"
@@ -20,6 +22,7 @@
 #include "platform/MainQueue.h"
 #include "platform/Paths.h"
 #include "platform/ScreenPort.h"
+#include "platform/UserDefaults.h"
 
 namespace harbor::cli {
 namespace {
@@ -29,6 +32,32 @@ std::string shownPath(const std::string& path) {
   if (!isPathAtOrBelow(path, root)) return path;
   std::string relative = FileUtil::getDocumentRelativePath(path);
   return relative.empty() ? "/" : relative;
+}
+
+ordered_json propertyJson(const FilePropertyInfo& info) {
+  ordered_json line{{"ui", "property"},
+                    {"name", info.name},
+                    {"path", info.relativePath.empty() ? info.path : info.relativePath},
+                    {"kind", info.kind}};
+  if (!info.isDirectory) {
+    line["extension"] = info.extension;
+    line["mime"] = info.mimeType;
+  }
+  line["size"] = info.size;
+  if (info.isDirectory) {
+    line["files"] = info.fileNumber;
+    line["folders"] = info.folderNumber;
+    line["complete"] = !info.counting && !info.countCancelled;
+  }
+  auto date = [](const std::optional<FilePropertyInfo::Date>& d) {
+    return d ? ordered_json(formatPlistDate(*d)) : ordered_json(nullptr);
+  };
+  line["created"] = date(info.created);
+  line["modified"] = date(info.modified);
+  line["permissions"] = FilePropertyController::permissionText(info.permissions);
+  line["locked"] = info.isLocked;
+  if (info.isSymbolicLink) line["link"] = info.linkTarget;
+  return line;
 }
 
 // Prints what the screens show and keeps the one dialog that waits.
@@ -91,6 +120,16 @@ class ScriptPort : public IScreenPort {
       line["path"] = explorer->fullRelativePath();
     if (auto browser = std::dynamic_pointer_cast<FileManagerBaseController>(screen))
       seen.push_back(browser);
+    if (auto property = std::dynamic_pointer_cast<FilePropertyController>(screen)) {
+      line["path"] = shownPath(property->path());
+      properties.push_back(property);
+      // One line once the figures are whole (a folder's after its walk).
+      property->setOnChange([this](const FilePropertyInfo& info) {
+        if (!info.counting) print(propertyJson(info));
+      });
+    }
+    if (auto cloud = std::dynamic_pointer_cast<ICloudDriveController>(screen))
+      line["path"] = cloud->relativeFolder();
     print(line);
     if (nav) nav->pushViewController(std::move(screen));
   }
@@ -101,6 +140,9 @@ class ScriptPort : public IScreenPort {
     if (auto explorer = std::dynamic_pointer_cast<IFileExplorer>(top))
       line["path"] = explorer->fullRelativePath();
     print(line);
+    // A screen that goes stops what it started.
+    if (auto property = std::dynamic_pointer_cast<FilePropertyController>(top))
+      property->viewDidDisappear();
     nav->popViewController();
   }
   void close() override { pop(); }
@@ -131,8 +173,13 @@ class ScriptPort : public IScreenPort {
     for (const auto& weak : seen) {
       if (auto browser = weak.lock(); browser && browser->isWorking()) return true;
     }
+    for (const auto& weak : properties) {
+      if (auto property = weak.lock(); property && property->isCounting()) return true;
+    }
     return false;
   }
+
+  std::vector<std::weak_ptr<FilePropertyController>> properties;
 
  private:
   std::mutex mutex_;
@@ -201,6 +248,46 @@ class BrowseSession {
     auto bad = [&](const std::string& why) {
       return fail("browse", "line " + std::to_string(number) + ": " + why, 2);
     };
+    if (cmd == "back" && words.size() == 1) {
+      port_->pop();
+      settle();
+      return 0;
+    }
+    auto screen = port_->nav->topViewController();
+    // The screens that are not browsers: the property screen and the drive.
+    if (auto property = std::dynamic_pointer_cast<FilePropertyController>(screen)) {
+      if (cmd == "ls") {
+        port_->print(propertyJson(property->info()));
+        return 0;
+      }
+      return bad("the property screen takes ls and back");
+    }
+    if (auto cloud = std::dynamic_pointer_cast<ICloudDriveController>(screen)) {
+      if (cmd == "ls") {
+        if (words.size() == 2 && words[1] == "--json") {
+          ordered_json items = ordered_json::array();
+          for (const auto& item : cloud->items())
+            items.push_back({{"name", item._displayName},
+                             {"folder", item._isDirectory},
+                             {"size", item.totalBytes},
+                             {"downloaded", item._metadataItem.downloaded}});
+          port_->print(
+              {{"path", cloud->relativeFolder()}, {"class", cloud->className()}, {"items", items}});
+        } else {
+          for (const auto& item : cloud->items())
+            std::cout << item._displayName << (item._isDirectory ? "/" : "") << "\n";
+          std::cout.flush();
+        }
+        return 0;
+      }
+      if (cmd == "tap" && words.size() >= 2) {
+        std::string name = joinFrom(words, 1);
+        if (!cloud->tapRow(name)) return bad("no item \"" + name + "\"");
+        settle();
+        return 0;
+      }
+      return bad("the drive screen takes ls, tap and back");
+    }
     auto browser = top();
     if (!browser) return bad("no browser on screen");
     auto* full = dynamic_cast<FileManagerController*>(browser.get());
@@ -215,8 +302,6 @@ class BrowseSession {
         settle();
         if (port_->dialogWaits() || top() == here) break;
       }
-    } else if (cmd == "back" && words.size() == 1) {
-      port_->pop();
     } else if ((cmd == "tap" || cmd == "hold") && words.size() >= 2) {
       std::string name = joinFrom(words, 1);
       bool found = cmd == "tap" ? browser->tapRow(name) : browser->holdRow(name);
@@ -368,7 +453,9 @@ void addBrowseCommand(CLI::App& app, int& exitCode) {
       "Drive the file browser from a script (one command a line), printing each thing the "
       "screens show as a JSON line. Commands: cd REL, back, tap NAME, hold NAME, select NAME..., "
       "sheet, do ENTRY, answer BUTTON [FIELD...], paste, delete, mkdir NAME [PASSWORD], "
-      "order name|date|type|size, direction, ls [--json], cancel after N. Exit 2 names a bad "
+      "order name|date|type|size, direction, ls [--json], cancel after N. The property screen "
+      "(\"Property\") prints one {\"ui\": \"property\"} line and takes ls and back; the "
+      "drive's screen (\"Cloud Drive\") takes ls, tap and back. Exit 2 names a bad "
       "line, 3 an entry or button not offered.");
   cmd->add_option("--script", *script, "Read the commands from FILE instead of standard input");
   cmd->callback([script, &exitCode] { exitCode = runBrowse(*script); });

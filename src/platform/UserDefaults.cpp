@@ -521,12 +521,31 @@ void UserDefaults::readLocked() {
   memoryOnly_ = true;
 }
 
+namespace {
+// One writer of a preferences file at a time, taken before the store's own
+// lock and never while holding it.
+std::mutex& fileWriteMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+bool writePreferencesFile(const fs::path& file_, const std::string& text);
+}  // namespace
+
+// Called with mutex_ held, and returns with it held. The flush to disk runs
+// with mutex_ released, so a reader (the main thread) never waits for a
+// disk; the file lock makes the snapshot and its write one step, so an older
+// snapshot never lands after a newer one.
 bool UserDefaults::writeLocked() {
   if (file_.empty()) {
     dirty_ = false;
     return true;
   }
   if (memoryOnly_) return false;
+  mutex_.unlock();
+  std::lock_guard writing(fileWriteMutex());
+  mutex_.lock();
+  // A writer before us took this change with its own.
+  if (!dirty_) return true;
   json j = json::object();
   for (const auto& [k, v] : values_) {
     json item = toJson(v);
@@ -535,7 +554,18 @@ bool UserDefaults::writeLocked() {
   // Invalid UTF-8 in a string must not make the whole file unwritable.
   std::string text = j.dump(2, ' ', false, json::error_handler_t::replace);
   text += '\n';
+  dirty_ = false;
+  mutex_.unlock();
+  const bool written = writePreferencesFile(file_, text);
+  mutex_.lock();
+  // A failed write leaves the change pending for the next synchronize.
+  if (!written) dirty_ = true;
+  return written;
+}
 
+namespace {
+// Writes through a temporary file, a flush and a rename.
+bool writePreferencesFile(const fs::path& file_, const std::string& text) {
   const fs::path target = writeTarget(file_);
   fs::path dir = target.parent_path();
   if (dir.empty()) dir = ".";
@@ -593,9 +623,9 @@ bool UserDefaults::writeLocked() {
     ::fsync(dirFd);
     ::close(dirFd);
   }
-  dirty_ = false;
   return true;
 }
+}  // namespace
 
 std::string formatPlistDate(PlistValue::Date date) {
   return formatDate(date);

@@ -40,6 +40,19 @@ std::string LoginPasswordUtil::getPassword(const std::string& key) {
   return decipher(stored);
 }
 
+bool LoginPasswordUtil::isUnreadablePassword(const std::string& key) {
+  std::string stored = UserDefaults::standard().stringForKey(key);
+  return !stored.empty() && decipher(stored).empty();
+}
+
+bool LoginPasswordUtil::isUnreadableLocalPassword() {
+  return isUnreadablePassword(keys::SYSTEM_LOCAL_LOGIN_PASSWORD);
+}
+
+bool LoginPasswordUtil::isUnreadableWifiPassword() {
+  return isUnreadablePassword(keys::SYSTEM_WIFI_LOGIN_PASSWORD);
+}
+
 void LoginPasswordUtil::removePassword(const std::string& key) {
   UserDefaults::standard().removeObjectForKey(key);
   UserDefaults::standard().synchronize();

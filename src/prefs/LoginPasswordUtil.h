@@ -24,6 +24,11 @@ class LoginPasswordUtil {
   static void savePassword(const std::string& password, const std::string& key);
   static std::string getPassword(const std::string& key);  // "" when none
   static void removePassword(const std::string& key);
+  // A value is stored under `key` but does not decipher (an earlier build's
+  // key, a damaged file): it reads as no password, and the user is told.
+  static bool isUnreadablePassword(const std::string& key);
+  static bool isUnreadableLocalPassword();
+  static bool isUnreadableWifiPassword();
 
   static std::string encipher(const std::string& clear);
   static std::string decipher(const std::string& stored);  // "" when it does not decipher

@@ -195,6 +195,28 @@ TEST_F(LockScreens, ALaunchWithNothingInstalledStillLocks) {
   EXPECT_TRUE(locked(app));
 }
 
+TEST_F(LockScreens, AStoredPasswordThatNoLongerDeciphersIsToldNotSilentlyDropped) {
+  // What an earlier build wrote with another key: valid base64, wrong cipher.
+  UserDefaults::standard().setObject(keys::SYSTEM_LOCAL_LOGIN_PASSWORD,
+                                     PlistValue(std::string("q83vEjRWeJCrze8SNFZ4kA==")));
+  UserDefaults::standard().setObject(keys::SYSTEM_WIFI_LOGIN_PASSWORD,
+                                     PlistValue(std::string("not base64 at all")));
+  EXPECT_TRUE(LoginPasswordUtil::isUnreadableLocalPassword());
+  EXPECT_EQ(LoginPasswordUtil::getLocalPassword(), "");
+  auto app = launch();
+  EXPECT_FALSE(locked(*app)) << "an unreadable password cannot be typed: no lock";
+  ASSERT_EQ(port->texts.size(), 2u) << "the launch says why the lock is off";
+  EXPECT_EQ(port->texts[0], localizedString("LockPasswordUnreadable"));
+  EXPECT_EQ(port->texts[1], localizedString("WifiPasswordUnreadable"));
+
+  // A new password replaces it without asking for the old one.
+  LoginPasswordUtil::saveLocalPassword("fresh");
+  EXPECT_FALSE(LoginPasswordUtil::isUnreadableLocalPassword());
+  EXPECT_EQ(LoginPasswordUtil::getLocalPassword(), "fresh");
+  LoginPasswordUtil::saveWifiPassword("");
+  EXPECT_EQ(warnUnreadablePasswords(), 0);
+}
+
 class PasswordSetup : public LockScreens {
  protected:
   std::unique_ptr<SettingsLoginPassword> screen() {

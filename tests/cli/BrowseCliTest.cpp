@@ -93,5 +93,34 @@ TEST_F(BrowseCli, CancelledCopyLeavesNothing) {
   EXPECT_TRUE(std::filesystem::is_empty(root() / "dst"));
 }
 
+TEST_F(BrowseCli, PropertyScreenPrintsItsFiguresOnceCounted) {
+  test::writeFile(root() / "docs" / "a.txt", "hello");
+  test::writeFile(root() / "docs" / "sub" / "b.txt", "world!");
+  auto r = browse(
+      "select docs\n"
+      "do Property\n"
+      "ls\n"
+      "sheet\n"
+      "back\n"
+      "ls --json\n");
+  EXPECT_EQ(r.code, 2) << "a browser command on the property screen is a bad line";
+  auto out = lines(r.out);
+  std::vector<nlohmann::json> props;
+  for (const auto& j : out)
+    if (j.value("ui", "") == "property") props.push_back(j);
+  ASSERT_EQ(props.size(), 2u) << r.out;  // once counted, once for ls
+  for (const auto& p : props) {
+    EXPECT_EQ(p["path"], "/docs");
+    EXPECT_EQ(p["kind"], "Folder");
+    EXPECT_EQ(p["size"], 11);
+    EXPECT_EQ(p["files"], 2);
+    EXPECT_EQ(p["folders"], 1);
+    EXPECT_EQ(p["complete"], true);
+  }
+  r = browse("select docs\ndo Property\nback\nls --json\n");
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(lines(r.out).back()["path"], "/");
+}
+
 }  // namespace
 }  // namespace harbor
