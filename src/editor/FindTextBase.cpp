@@ -81,8 +81,15 @@ void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t t
     _error = *error;
     return;
   }
-  if (items.empty()) return;
+  if (items.empty() || full_) return;
   findResultNumber += items.size();
+  if (findResultNumber > FindTextInString::itemMemoryLimit() / sizeof(FindTextItem)) {
+    // Every text was within bounds but together they are not: stop all.
+    full_ = true;
+    _error = FindTextInString::tooManyItemsError();
+    cancelled_ = true;
+    if (queue) queue->cancelAllOperations();
+  }
   if (!_tagResults.count(tag)) _resultsObjects.push_back(tag);
   _tagResults[tag] = std::move(items);
 }

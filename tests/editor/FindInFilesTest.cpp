@@ -158,5 +158,24 @@ TEST(FindInFilesTest, ProjectFilesAreDecodedSniffedAndNotFollowedThroughLinks) {
   EXPECT_EQ(finder->findResultNumber, 1u);
 }
 
+TEST(FindInFilesTest, HitsOverTheMemoryLimitTogetherStopTheWholeSearch) {
+  test::ScratchDir dir;
+  std::vector<std::string> files;
+  for (int i = 0; i < 20; ++i) {
+    files.push_back((dir / ("f" + std::to_string(i))).string());
+    test::writeFile(files.back(), std::string(200, 'a'));
+  }
+  FindTextInString::setItemMemoryLimit(1000 * sizeof(FindTextItem));
+  auto options = FindTextOptions::instanceWithString(u"a");
+  Delegate delegate;
+  auto finder = FileTextInProject::instanceWithFiles(files, options, &delegate);
+  finder->execute();
+  FindTextInString::setItemMemoryLimit(FindTextInString::kDefaultItemMemoryLimit);
+  EXPECT_EQ(delegate.finished, 1);
+  EXPECT_TRUE(finder->isFull());
+  EXPECT_EQ(finder->_error.message, FindTextInString::tooManyItemsError().message);
+  EXPECT_LE(finder->findResultNumber, 1200u);
+}
+
 }  // namespace
 }  // namespace harbor
