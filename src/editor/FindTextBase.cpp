@@ -96,6 +96,26 @@ void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t t
 
 // ---- workers ------------------------------------------------------------------------
 
+namespace {
+
+std::size_t countNewLines(std::u16string_view text) {
+  std::size_t count = 0, i = 0;
+  const char16_t* p = text.data();
+#if defined(__SSE2__)
+  const __m128i nl = _mm_set1_epi16(static_cast<short>(u'\n'));
+  for (; i + 8 <= text.size(); i += 8) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    count += static_cast<std::size_t>(__builtin_popcount(
+                 static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(v, nl))))) /
+             2;
+  }
+#endif
+  for (; i < text.size(); ++i) count += p[i] == u'\n';
+  return count;
+}
+
+}  // namespace
+
 void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
                                    bool countLines) {
   if (!_findTextDelegate) return;
@@ -115,7 +135,7 @@ void FindTextOperationBase::report(std::u16string_view text, const Error* readEr
     item._tag = _tag;
     if (!countLines) continue;
     const std::size_t to = std::min(item._range.location, text.size());
-    line += static_cast<std::size_t>(std::count(text.begin() + at, text.begin() + to, u'\n'));
+    line += countNewLines(text.substr(at, to - at));
     at = to;
     item._lineNumber = line;
   }
@@ -316,6 +336,31 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
   return false;
 }
 
+// Whether `data` holds `needle`: candidates from its first and last byte,
+// sixteen positions at a time, which beats a general substring search on the
+// short needles people type.
+bool containsBytes(std::string_view data, std::string_view needle) {
+  const std::size_t m = needle.size(), n = data.size();
+  if (m == 0 || n < m) return m == 0;
+  const char* h = data.data();
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
+  for (; i + 16 + m - 1 <= n; i += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (std::memcmp(h + i + bit, needle.data(), m) == 0) return true;
+      mask &= mask - 1;
+    }
+  }
+#endif
+  return ::memmem(h + i, n - i, needle.data(), m) != nullptr;
+}
+
 bool isAscii(std::string_view data) {
   const auto* p = reinterpret_cast<const unsigned char*>(data.data());
   std::size_t i = 0;
@@ -376,14 +421,22 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     ::close(fd);
     return std::nullopt;
   }
-  std::string small;
+  // One buffer per worker thread, grown as needed and never cleared: a
+  // search opens tens of thousands of small files.
+  thread_local std::unique_ptr<char[]> buffer;
+  thread_local std::size_t capacity = 0;
   std::optional<FileBytes> mapped;
   std::string_view data;
-  if (static_cast<std::size_t>(st.st_size) <= kReadLimit) {
-    small.resize(static_cast<std::size_t>(st.st_size));
+  const auto size = static_cast<std::size_t>(st.st_size);
+  if (size <= kReadLimit) {
+    // One byte more than the size tells a file that grew since fstat.
+    if (capacity < size + 1) {
+      capacity = std::max<std::size_t>(size + 1, 64 * 1024);
+      buffer = std::make_unique_for_overwrite<char[]>(capacity);
+    }
     std::size_t got = 0;
-    while (got < small.size()) {
-      const ssize_t n = ::read(fd, small.data() + got, small.size() - got);
+    while (got < size + 1) {
+      const ssize_t n = ::read(fd, buffer.get() + got, size + 1 - got);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         if (error) *error = cannotReadError(path, std::strerror(errno));
@@ -393,9 +446,14 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
       if (n == 0) break;
       got += static_cast<std::size_t>(n);
     }
-    small.resize(got);
-    data = small;
     ::close(fd);
+    if (got > size) {
+      mapped = FileBytes::read(path, error);
+      if (!mapped) return std::nullopt;
+      data = mapped->view();
+    } else {
+      data = std::string_view(buffer.get(), got);
+    }
   } else {
     ::close(fd);
     mapped = FileBytes::read(path, error);
@@ -409,9 +467,8 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     // a file without the needle's bytes holds no hit.
     const std::string needle = asciiNeedle(options);
     if (!needle.empty() &&
-        !(options._isCaseSensitive
-              ? containsIgnoringAsciiCase(data, needle)
-              : ::memmem(data.data(), data.size(), needle.data(), needle.size()) != nullptr) &&
+        !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
+                                   : containsBytes(data, needle)) &&
         isAscii(data)) {
       return std::nullopt;
     }
