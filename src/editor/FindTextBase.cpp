@@ -102,12 +102,18 @@ std::size_t countNewLines(std::u16string_view text) {
   std::size_t count = 0, i = 0;
   const char16_t* p = text.data();
 #if defined(__SSE2__)
+  // Each lane counts down by one per "\n" it sees; lanes are summed before
+  // they could wrap.
   const __m128i nl = _mm_set1_epi16(static_cast<short>(u'\n'));
-  for (; i + 8 <= text.size(); i += 8) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-    count += static_cast<std::size_t>(__builtin_popcount(
-                 static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(v, nl))))) /
-             2;
+  while (i + 8 <= text.size()) {
+    __m128i lanes = _mm_setzero_si128();
+    for (std::size_t k = 0; k < 4096 && i + 8 <= text.size(); ++k, i += 8) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+      lanes = _mm_sub_epi16(lanes, _mm_cmpeq_epi16(v, nl));
+    }
+    alignas(16) std::uint16_t sums[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(sums), lanes);
+    for (std::uint16_t s : sums) count += s;
   }
 #endif
   for (; i < text.size(); ++i) count += p[i] == u'\n';
@@ -466,11 +472,13 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
     const std::string needle = asciiNeedle(options);
-    if (!needle.empty() &&
-        !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
-                                   : containsBytes(data, needle)) &&
-        isAscii(data)) {
-      return std::nullopt;
+    if (!needle.empty() && !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
+                                                      : containsBytes(data, needle))) {
+      if (isAscii(data)) return std::nullopt;
+      // Text read as UTF-8 holds an exact ASCII needle only where its bytes
+      // do. Ignoring case, other characters fold to ASCII letters (the Kelvin
+      // sign; a sharp s for "ss" in a pattern), so such files are decoded.
+      if (!options._isCaseSensitive && DetectorCharacter::readsAsUtf8(data)) return std::nullopt;
     }
     std::u16string text;
     if (widenAscii(data, text)) return text;

@@ -181,6 +181,9 @@ TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
       {"utf16cjk.txt", std::string("\xff\xfe\x2d\x4e\x87\x65", 6)},
       {"late.txt", std::string(9000, 'x') + std::string("\0 foo\n", 6)},
       {"nohit.txt", "nothing here \xc3\xa9\n"},
+      {"sharp.txt",
+       "stra\xc3\x9f"
+       "e\n"},
       {"empty.txt", ""},
   };
   std::vector<std::string> files;
@@ -195,7 +198,7 @@ TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
   for (const Mode& m : {Mode{u"foo", false, false, false}, Mode{u"foo", false, true, false},
                         Mode{u"foo", false, false, true}, Mode{u"key", false, false, true},
                         Mode{u"foo", true, true, false}, Mode{u"f[o]+", true, false, true},
-                        Mode{u"\\bfoo", true, false, false}}) {
+                        Mode{u"\\bfoo", true, false, false}, Mode{u"ss", true, false, true}}) {
     auto options = FindTextOptions::instanceWithString(m.pattern);
     options->_isAutoEncoding = true;
     options->_isRegex = m.regex;
