@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -60,5 +61,29 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   std::error_code ec;
   if (!temp.empty()) fs::remove_all(temp, ec);
+
+  // Read from a file, large base64 bodies go to disk on the way: the same
+  // containment, and nothing set aside is left behind.
+  const fs::path file = fs::path(home) / "input.mht";
+  {
+    std::FILE* out = std::fopen(file.c_str(), "wb");
+    if (!out) return 0;
+    std::fwrite(bytes.data(), 1, bytes.size(), out);
+    std::fclose(out);
+  }
+  auto fromFile = harbor::MhtFormatParser::instanceWithFileURL(file.string());
+  const std::string fileRoot = fromFile->parser();
+  const std::string fileTemp = fromFile->tempRootPath();
+  if (!fileRoot.empty()) {
+    const fs::path base = fs::canonical(fileTemp);
+    for (const auto& f : fromFile->files()) {
+      const fs::path full = fs::weakly_canonical(f->fullPath(), ec);
+      CHECK(full.string().rfind(base.string() + "/", 0) == 0);
+    }
+  }
+  if (!fileTemp.empty()) fs::remove_all(fileTemp, ec);
+  for (const auto& e : fs::directory_iterator(harbor::MhtFormatParser::mhtTempDirectory(), ec)) {
+    CHECK(e.path().filename().string().rfind(".spool", 0) != 0);
+  }
   return 0;
 }

@@ -8,6 +8,8 @@
 #   BENCH_RUNS (default 3)   runs per figure
 #   BENCH_TREE               search this folder instead of the kernel tree
 #   BENCH_CACHE              where the tree is unpacked (default /var/tmp/harbor-bench)
+#   HARBOR_BASE              an earlier harbor binary, timed in the same rows
+#                            (ratio harbor/base) to show a change on a busy machine
 set -euo pipefail
 harbor=${HARBOR_BIN:-@CMAKE_BINARY_DIR@/bin/harbor}
 runs=${BENCH_RUNS:-3}
@@ -48,9 +50,15 @@ best() {
   echo "$b"
 }
 
+base=${HARBOR_BASE:-}
+
 row() {
   local label=$1 hflags=$2 gflags=$3 rflags=$4 pattern=$5
-  local th tg tr nh ng nr
+  local th tg tr nh ng nr tb
+  if [ -n "$base" ]; then
+    # shellcheck disable=SC2086
+    tb=$(best "$base" grep $hflags -- "$pattern" "$tree")
+  fi
   # shellcheck disable=SC2086
   th=$(best "$harbor" grep $hflags -- "$pattern" "$tree"); nh=$(wc -l < "$work/out")
   # shellcheck disable=SC2086
@@ -60,6 +68,9 @@ row() {
   printf '%-18s harbor %6.2fs (%7d lines)  grep %6.2fs (%7d)  rg %6.2fs (%7d)  harbor/grep %5.2f  harbor/rg %5.2f\n' \
     "$label" "$th" "$nh" "$tg" "$ng" "$tr" "$nr" \
     "$(echo "$th / $tg" | bc -l)" "$(echo "$th / $tr" | bc -l)"
+  if [ -n "$base" ]; then
+    printf '%-18s base   %6.2fs  harbor/base %5.2f\n' "" "$tb" "$(echo "$th / $tb" | bc -l)"
+  fi
 }
 
 row "literal"          ""                         "-F"     "-F"     "mutex_lock"

@@ -69,7 +69,7 @@ class LineCounter {
 };
 
 // The shown line without its line ending, for one-line output.
-std::string shownLine(const std::u16string& text) {
+std::string shownLine(std::u16string_view text) {
   std::u16string_view v = text;
   while (!v.empty() && (v.back() == u'\n' || v.back() == u'\r')) v.remove_suffix(1);
   return toUtf8(v);
@@ -284,6 +284,7 @@ int runGrep(const GrepOptions& o) {
         ordered_json{{"findResultNumber", search->findResultNumber}, {"files", std::move(list)}});
   }
   std::cout.flush();
+  if (search->isFull()) return fail("grep", search->_error.message, 2);
   if (search->errors > 0) return 2;
   return search->findResultNumber > 0 ? 0 : 1;
 }

@@ -81,13 +81,46 @@ void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t t
     _error = *error;
     return;
   }
-  if (items.empty()) return;
+  if (items.empty() || full_) return;
   findResultNumber += items.size();
+  if (findResultNumber > FindTextInString::itemMemoryLimit() / sizeof(FindTextItem)) {
+    // Every text was within bounds but together they are not: stop all.
+    full_ = true;
+    _error = FindTextInString::tooManyItemsError();
+    cancelled_ = true;
+    if (queue) queue->cancelAllOperations();
+  }
   if (!_tagResults.count(tag)) _resultsObjects.push_back(tag);
   _tagResults[tag] = std::move(items);
 }
 
 // ---- workers ------------------------------------------------------------------------
+
+namespace {
+
+std::size_t countNewLines(std::u16string_view text) {
+  std::size_t count = 0, i = 0;
+  const char16_t* p = text.data();
+#if defined(__SSE2__)
+  // Each lane counts down by one per "\n" it sees; lanes are summed before
+  // they could wrap.
+  const __m128i nl = _mm_set1_epi16(static_cast<short>(u'\n'));
+  while (i + 8 <= text.size()) {
+    __m128i lanes = _mm_setzero_si128();
+    for (std::size_t k = 0; k < 4096 && i + 8 <= text.size(); ++k, i += 8) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+      lanes = _mm_sub_epi16(lanes, _mm_cmpeq_epi16(v, nl));
+    }
+    alignas(16) std::uint16_t sums[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(sums), lanes);
+    for (std::uint16_t s : sums) count += s;
+  }
+#endif
+  for (; i < text.size(); ++i) count += p[i] == u'\n';
+  return count;
+}
+
+}  // namespace
 
 void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
                                    bool countLines) {
@@ -108,7 +141,7 @@ void FindTextOperationBase::report(std::u16string_view text, const Error* readEr
     item._tag = _tag;
     if (!countLines) continue;
     const std::size_t to = std::min(item._range.location, text.size());
-    line += static_cast<std::size_t>(std::count(text.begin() + at, text.begin() + to, u'\n'));
+    line += countNewLines(text.substr(at, to - at));
     at = to;
     item._lineNumber = line;
   }
@@ -309,6 +342,31 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
   return false;
 }
 
+// Whether `data` holds `needle`: candidates from its first and last byte,
+// sixteen positions at a time, which beats a general substring search on the
+// short needles people type.
+bool containsBytes(std::string_view data, std::string_view needle) {
+  const std::size_t m = needle.size(), n = data.size();
+  if (m == 0 || n < m) return m == 0;
+  const char* h = data.data();
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
+  for (; i + 16 + m - 1 <= n; i += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (std::memcmp(h + i + bit, needle.data(), m) == 0) return true;
+      mask &= mask - 1;
+    }
+  }
+#endif
+  return ::memmem(h + i, n - i, needle.data(), m) != nullptr;
+}
+
 bool isAscii(std::string_view data) {
   const auto* p = reinterpret_cast<const unsigned char*>(data.data());
   std::size_t i = 0;
@@ -369,14 +427,22 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     ::close(fd);
     return std::nullopt;
   }
-  std::string small;
+  // One buffer per worker thread, grown as needed and never cleared: a
+  // search opens tens of thousands of small files.
+  thread_local std::unique_ptr<char[]> buffer;
+  thread_local std::size_t capacity = 0;
   std::optional<FileBytes> mapped;
   std::string_view data;
-  if (static_cast<std::size_t>(st.st_size) <= kReadLimit) {
-    small.resize(static_cast<std::size_t>(st.st_size));
+  const auto size = static_cast<std::size_t>(st.st_size);
+  if (size <= kReadLimit) {
+    // One byte more than the size tells a file that grew since fstat.
+    if (capacity < size + 1) {
+      capacity = std::max<std::size_t>(size + 1, 64 * 1024);
+      buffer = std::make_unique_for_overwrite<char[]>(capacity);
+    }
     std::size_t got = 0;
-    while (got < small.size()) {
-      const ssize_t n = ::read(fd, small.data() + got, small.size() - got);
+    while (got < size + 1) {
+      const ssize_t n = ::read(fd, buffer.get() + got, size + 1 - got);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         if (error) *error = cannotReadError(path, std::strerror(errno));
@@ -386,9 +452,14 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
       if (n == 0) break;
       got += static_cast<std::size_t>(n);
     }
-    small.resize(got);
-    data = small;
     ::close(fd);
+    if (got > size) {
+      mapped = FileBytes::read(path, error);
+      if (!mapped) return std::nullopt;
+      data = mapped->view();
+    } else {
+      data = std::string_view(buffer.get(), got);
+    }
   } else {
     ::close(fd);
     mapped = FileBytes::read(path, error);
@@ -401,12 +472,13 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
     const std::string needle = asciiNeedle(options);
-    if (!needle.empty() &&
-        !(options._isCaseSensitive
-              ? containsIgnoringAsciiCase(data, needle)
-              : ::memmem(data.data(), data.size(), needle.data(), needle.size()) != nullptr) &&
-        isAscii(data)) {
-      return std::nullopt;
+    if (!needle.empty() && !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
+                                                      : containsBytes(data, needle))) {
+      if (isAscii(data)) return std::nullopt;
+      // Text read as UTF-8 holds an exact ASCII needle only where its bytes
+      // do. Ignoring case, other characters fold to ASCII letters (the Kelvin
+      // sign; a sharp s for "ss" in a pattern), so such files are decoded.
+      if (!options._isCaseSensitive && DetectorCharacter::readsAsUtf8(data)) return std::nullopt;
     }
     std::u16string text;
     if (widenAscii(data, text)) return text;

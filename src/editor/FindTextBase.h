@@ -61,6 +61,13 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
   std::vector<std::int64_t> _resultsObjects;  // tags with hits, as they arrived
   Error _error;
 
+  // Whether the search stopped because its hits grew past what it may keep
+  // (FindTextInString::itemMemoryLimit()); `_error` says so.
+  bool isFull() const {
+    std::lock_guard lock(mutex_);
+    return full_;
+  }
+
  protected:
   FindTextBase() = default;
   template <class T>
@@ -86,6 +93,7 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
 
  private:
   bool cancelled_ = false;
+  bool full_ = false;
   NotificationCenter::Token cancelObserver_ = 0;
 };
 

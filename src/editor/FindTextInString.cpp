@@ -144,15 +144,45 @@ std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
   return upper;
 }
 
-FindTextItem makeItem(std::u16string_view source, TextRange range) {
-  FindTextItem item;
-  item._range = range;
-  const std::size_t start = lineStart(source, range.location, FindTextInString::kShowedContext);
-  const std::size_t end = lineEnd(source, range.end(), FindTextInString::kShowedContext);
-  item._showedRange = TextRange{start, end - start};
-  item._showedText = std::u16string(source.substr(start, end - start));
-  return item;
-}
+// Makes the items of one search in source order. Hits whose shown lines fall
+// in the same stretch of the source share one copy of it, and the memory the
+// items take is counted against the item memory limit.
+class ItemBuilder {
+ public:
+  explicit ItemBuilder(std::u16string_view source) : source_(source) {}
+
+  FindTextItem make(TextRange range) {
+    FindTextItem item;
+    item._range = range;
+    const std::size_t start = lineStart(source_, range.location, FindTextInString::kShowedContext);
+    const std::size_t end = lineEnd(source_, range.end(), FindTextInString::kShowedContext);
+    item._showedRange = TextRange{start, end - start};
+    if (!stretch_ || start < stretchStart_ || end > stretchStart_ + stretch_->size()) {
+      // A long line is copied a stretch ahead, so the hits after this one
+      // on it point into the same copy.
+      const std::size_t stretchEnd = std::max(end, lineEnd(source_, end, kStretch));
+      stretch_ = std::make_shared<const std::u16string>(source_.substr(start, stretchEnd - start));
+      stretchStart_ = start;
+      bytes_ += stretch_->size() * sizeof(char16_t);
+    }
+    item._showedText = SharedText(stretch_, start - stretchStart_, end - start);
+    bytes_ += sizeof(FindTextItem);
+    return item;
+  }
+  // Counts a hit's replacement; false once the hits are over their budget.
+  bool keep(const FindTextItem& item) {
+    bytes_ += item._replacedText.size() * sizeof(char16_t);
+    return bytes_ <= limit_;
+  }
+
+ private:
+  static constexpr std::size_t kStretch = 1 << 16;
+  std::u16string_view source_;
+  std::shared_ptr<const std::u16string> stretch_;
+  std::size_t stretchStart_ = 0;
+  std::size_t bytes_ = 0;
+  std::size_t limit_ = FindTextInString::itemMemoryLimit();
+};
 
 std::string withArgument(const char* key, std::string_view argument) {
   std::string text = localizedString(key);
@@ -161,7 +191,8 @@ std::string withArgument(const char* key, std::string_view argument) {
 }
 
 // Runs a literal search, calling `onHit` for each hit that passes the word
-// test. False when the thread was cancelled before the end.
+// test; `onHit` returns false to stop. False when the search stopped or the
+// thread was cancelled before the end.
 template <class OnHit>
 bool literalSearch(std::u16string_view source, const FindTextOptions& options, OnHit&& onHit) {
   const std::u16string_view needle = options._findString;
@@ -185,7 +216,7 @@ bool literalSearch(std::u16string_view source, const FindTextOptions& options, O
       const char16_t after = FindTextInString::getNextChar(source, range.end() - 1);
       take = !(before && isWordUnit(before)) && !(after && isWordUnit(after));
     }
-    if (take) onHit(range);
+    if (take && !onHit(range)) return false;
     from = range.end();
     if (isCurrentThreadCancelled()) return false;
   }
@@ -201,10 +232,11 @@ UBool U_CALLCONV keepFinding(const void*, int64_t matchIndex) {
   return (matchIndex & 0xFFFF) != 0 || !isCurrentThreadCancelled();
 }
 
-enum class RegexOutcome { Done, Cancelled, Failed };
+enum class RegexOutcome { Done, Cancelled, Failed, Stopped };
 
-// All matches of `pattern` over `source`. Each match gets the whole time
-// limit: the matcher restarts at every match's end.
+// All matches of `pattern` over `source`; `onMatch` returns false to stop.
+// Each match gets the whole time limit: the matcher restarts at every
+// match's end.
 template <class OnMatch>
 RegexOutcome regexSearch(std::u16string_view source, std::u16string_view pattern, bool ignoreCase,
                          Error* error, OnMatch&& onMatch) {
@@ -247,7 +279,7 @@ RegexOutcome regexSearch(std::u16string_view source, std::u16string_view pattern
           s < 0 ? TextRange{RegexMatchResult::kNoGroup, 0}
                 : TextRange{static_cast<std::size_t>(s), static_cast<std::size_t>(e - s)});
     }
-    onMatch(result);
+    if (!onMatch(result)) return RegexOutcome::Stopped;
     const TextRange whole = result.ranges.front();
     from = static_cast<int64_t>(whole.end());
     if (whole.length == 0) {
@@ -276,6 +308,7 @@ RegexOutcome regexSearch(std::u16string_view source, std::u16string_view pattern
 }  // namespace
 
 std::atomic<std::int32_t> FindTextInString::timeLimit_{5000};
+std::atomic<std::size_t> FindTextInString::itemMemoryLimit_{kDefaultItemMemoryLimit};
 
 std::shared_ptr<FindTextOptions> FindTextOptions::instanceWithString(std::u16string findString) {
   auto options = std::make_shared<FindTextOptions>();
@@ -289,7 +322,7 @@ TextRange FindTextItem::rangeInShowRange() const {
 
 FindTextHighlight FindTextItem::attributedString() const {
   FindTextHighlight out;
-  out.text = _showedText;
+  out.text = _showedText.str();
   out.range = rangeInShowRange();
   out.foregroundColor = Color::rgb(255, 0, 0);
   out.backgroundColor = Color::rgb(211, 211, 211);
@@ -311,6 +344,18 @@ std::vector<TextRange> FindTextItem::rangesOfStringInDocument(std::u16string_vie
     out.push_back(TextRange{at, string.size()});
   }
   return out;
+}
+
+Error FindTextInString::tooManyItemsError() {
+  return Error{kFindTextErrorDomain, U_BUFFER_OVERFLOW_ERROR,
+               localizedString("FindTooManyResults")};
+}
+
+void FindTextInString::setItemMemoryLimit(std::size_t bytes) {
+  itemMemoryLimit_.store(bytes);
+}
+std::size_t FindTextInString::itemMemoryLimit() {
+  return itemMemoryLimit_.load();
 }
 
 void FindTextInString::setRegexTimeLimit(std::int32_t limit) {
@@ -340,12 +385,18 @@ std::vector<FindRangeObject> FindTextInString::findText(std::u16string_view sour
 }
 
 std::vector<FindRangeObject> FindTextInString::findText(std::u16string_view source,
-                                                        FindTextOptions& options, Error*,
+                                                        FindTextOptions& options, Error* error,
                                                         const RangeBlock& block) {
   std::vector<FindRangeObject> results;
+  const std::size_t maxRanges = itemMemoryLimit() / sizeof(FindRangeObject);
   literalSearch(source, options, [&](TextRange range) {
+    if (results.size() >= maxRanges) {
+      if (error) *error = tooManyItemsError();
+      return false;
+    }
     results.push_back(FindRangeObject::instanseWithRange(range));
     if (block) block(results, options, range);
+    return true;
   });
   return results;
 }
@@ -357,9 +408,16 @@ std::vector<RegexMatchResult> FindTextInString::findTextWithRegex(std::u16string
   std::vector<RegexMatchResult> matches;
   if (source.empty()) return matches;
   markWordBoundaries(options);
-  const RegexOutcome outcome =
-      regexSearch(source, options._findString, options._isCaseSensitive, error,
-                  [&](const RegexMatchResult& m) { matches.push_back(m); });
+  std::size_t bytes = 0;
+  const std::size_t limit = itemMemoryLimit();
+  const RegexOutcome outcome = regexSearch(
+      source, options._findString, options._isCaseSensitive, error, [&](const RegexMatchResult& m) {
+        bytes += sizeof(RegexMatchResult) + m.ranges.size() * sizeof(TextRange);
+        if (bytes > limit) return false;
+        matches.push_back(m);
+        return true;
+      });
+  if (outcome == RegexOutcome::Stopped && error) *error = tooManyItemsError();
   if (outcome != RegexOutcome::Done) return {};
   if (block) {
     for (const auto& m : matches) block(m);
@@ -370,21 +428,43 @@ std::vector<RegexMatchResult> FindTextInString::findTextWithRegex(std::u16string
 std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
                                                           FindTextOptions& options, Error* error) {
   std::vector<FindTextItem> items;
+  ItemBuilder builder(source);
   if (options._isRegex) {
-    findTextWithRegex(source, options, error, [&](const RegexMatchResult& m) {
-      FindTextItem item = makeItem(source, m.range());
-      if (!options._replaceString.empty()) {
-        item._replacedText = replacementStringForResult(m, source, 0, options._replaceString);
-      }
-      items.push_back(std::move(item));
-    });
+    // Items are built as the matches come, not from a list of all matches
+    // first: that list alone would double the memory of a search with
+    // millions of hits.
+    if (source.empty()) return items;
+    markWordBoundaries(options);
+    const RegexOutcome outcome = regexSearch(source, options._findString, options._isCaseSensitive,
+                                             error, [&](const RegexMatchResult& m) {
+                                               FindTextItem item = builder.make(m.range());
+                                               if (!options._replaceString.empty()) {
+                                                 item._replacedText = replacementStringForResult(
+                                                     m, source, 0, options._replaceString);
+                                               }
+                                               if (!builder.keep(item)) return false;
+                                               items.push_back(std::move(item));
+                                               return true;
+                                             });
+    if (outcome == RegexOutcome::Stopped && error) *error = tooManyItemsError();
+    if (outcome != RegexOutcome::Done) return {};
     return items;
   }
+  bool full = false;
   literalSearch(source, options, [&](TextRange range) {
-    FindTextItem item = makeItem(source, range);
+    FindTextItem item = builder.make(range);
     item._replacedText = options._replaceString;
+    if (!builder.keep(item)) {
+      full = true;
+      return false;
+    }
     items.push_back(std::move(item));
+    return true;
   });
+  if (full) {
+    if (error) *error = tooManyItemsError();
+    return {};
+  }
   return items;
 }
 
@@ -397,6 +477,7 @@ std::vector<std::u16string> FindTextInString::findTextItems(std::u16string_view 
                            ? std::u16string()
                            : std::u16string(source.substr(r.location, r.length)));
     }
+    return true;
   });
   return out;
 }

@@ -58,11 +58,40 @@ struct FindTextHighlight {
   bool underline = false;
 };
 
+// A read-only piece of text that many hits may share: hits close together
+// on one line point into one copy of it rather than each holding its own,
+// so a huge line with millions of hits is copied about once.
+class SharedText {
+ public:
+  SharedText() = default;
+  SharedText(std::u16string text)
+      : owner_(std::make_shared<const std::u16string>(std::move(text))), length_(owner_->size()) {}
+  SharedText(std::shared_ptr<const std::u16string> owner, std::size_t offset, std::size_t length)
+      : owner_(std::move(owner)), offset_(offset), length_(length) {}
+
+  std::u16string_view view() const {
+    return owner_ ? std::u16string_view(*owner_).substr(offset_, length_) : std::u16string_view();
+  }
+  operator std::u16string_view() const { return view(); }
+  std::u16string str() const { return std::u16string(view()); }
+  std::size_t size() const { return length_; }
+  bool empty() const { return length_ == 0; }
+  std::u16string_view substr(std::size_t pos, std::size_t n = std::u16string_view::npos) const {
+    return view().substr(pos, n);
+  }
+  friend bool operator==(const SharedText& a, std::u16string_view b) { return a.view() == b; }
+
+ private:
+  std::shared_ptr<const std::u16string> owner_;
+  std::size_t offset_ = 0;
+  std::size_t length_ = 0;
+};
+
 // One hit and the line around it.
 struct FindTextItem {
   TextRange _range;
   TextRange _showedRange;
-  std::u16string _showedText;
+  SharedText _showedText;
   std::u16string _replacedText;
   std::int64_t _tag = 0;
   // 1-based line of the hit's start where the search counted lines (file
@@ -140,9 +169,18 @@ class FindTextInString {
   // Lines longer than this show only this much around a hit on each side, so
   // a file that is one huge line cannot make every hit carry all of it.
   static constexpr std::size_t kShowedContext = 256;
+  // Memory the hits of one search may take (about 120 bytes a hit, plus its
+  // replacement; shown lines are shared and bounded by the text itself).
+  // Past it the search stops with tooManyItemsError() rather than exhaust
+  // memory on a pattern that matches nearly everywhere.
+  static constexpr std::size_t kDefaultItemMemoryLimit = std::size_t{512} << 20;
+  static void setItemMemoryLimit(std::size_t bytes);
+  static std::size_t itemMemoryLimit();
+  static Error tooManyItemsError();
 
  private:
   static std::atomic<std::int32_t> timeLimit_;
+  static std::atomic<std::size_t> itemMemoryLimit_;
 };
 
 }  // namespace harbor

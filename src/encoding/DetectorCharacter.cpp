@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
+#include <cstring>
 
 #include "encoding/CharsetDeclaration.h"
 #include "encoding/EncodingUtil.h"
@@ -260,6 +262,50 @@ std::optional<std::u16string> DetectorCharacter::detectorForCharArray(const char
                                                                       std::size_t length) {
   if (!chars) return std::nullopt;
   return EncodingUtil::detectWithCharsets(orUtf8(detectorBytesEncoding(chars, length)), chars);
+}
+
+bool DetectorCharacter::readsAsUtf8(std::string_view data) {
+  if (!utf8WithNonAscii(sample(data))) return false;
+  // The whole must decode, so no sequence may be cut by the end either.
+  std::size_t i = 0;
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  const std::size_t n = data.size();
+  while (i < n) {
+    // ASCII runs, the bulk of source code, eight bytes at a time.
+    while (i + 8 <= n) {
+      std::uint64_t word;
+      std::memcpy(&word, p + i, 8);
+      if (word & 0x8080808080808080ull) break;
+      i += 8;
+    }
+    if (i >= n) break;
+    const unsigned char c = p[i];
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    std::size_t trail;
+    if (c >= 0xC2 && c <= 0xDF) {
+      trail = 1;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      trail = 2;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      trail = 3;
+    } else {
+      return false;
+    }
+    if (i + trail >= n) return false;
+    for (std::size_t k = 1; k <= trail; ++k) {
+      const unsigned char d = p[i + k];
+      if ((d & 0xC0) != 0x80) return false;
+      if (k == 1 && ((c == 0xE0 && d < 0xA0) || (c == 0xED && d > 0x9F) ||
+                     (c == 0xF0 && d < 0x90) || (c == 0xF4 && d > 0x8F))) {
+        return false;
+      }
+    }
+    i += trail + 1;
+  }
+  return true;
 }
 
 std::optional<std::u16string> DetectorCharacter::detectorWithData(std::string_view data,

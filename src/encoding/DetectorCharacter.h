@@ -39,6 +39,11 @@ class DetectorCharacter {
   static std::optional<std::u16string> detectorForCChar(const char* bytes, std::size_t length);
   static std::optional<std::u16string> detectorForCharArray(const char* chars, std::size_t length);
 
+  // Whether detectorWithData reads these bytes as UTF-8 for certain: its
+  // sample is UTF-8 holding non-ASCII and the whole is valid UTF-8. Lets a
+  // caller reason about the text from the bytes without decoding them.
+  static bool readsAsUtf8(std::string_view data);
+
   // What the editor loads with: no default candidate, and a cancelled thread
   // stops between candidates. On success outEncoding gets the name used;
   // otherwise it is left as it was.

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <functional>
 
 #include "editor/FindTextBase.h"
+#include "encoding/DetectorCharacter.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Unicode.h"
 #include "support/TestSupport.h"
@@ -156,6 +158,109 @@ TEST(FindInFilesTest, ProjectFilesAreDecodedSniffedAndNotFollowedThroughLinks) {
   finder = FileTextInProject::instanceWithFiles({(dir / "cyr.txt").string()}, options);
   finder->execute();
   EXPECT_EQ(finder->findResultNumber, 1u);
+}
+
+// The file search rules files out and widens ASCII from raw bytes; what it
+// finds must be what searching each file's decoded text finds.
+TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
+  test::ScratchDir dir;
+  const std::vector<std::pair<std::string, std::string>> corpus = {
+      {"ascii.c", "int foo(void);\nfoo_bar foo-bar foo.x FOO\n"},
+      {"crlf.txt", "foo\r\nx foo\r\n\r\nFoo\r\n"},
+      {"utf8.txt",
+       "caf\xc3\xa9"
+       "foo \xc3\xa9"
+       "foo\xc3\xa9 foo\xe2\x80\x94 foo\n\xe2\x84\xaa"
+       "ey key\n"},
+      {"latin1.txt",
+       "r\xe9sum\xe9 foo \xe9"
+       "foo foo\xe9\n"},
+      {"utf16le.txt", std::string("\xff\xfe"
+                                  "f\0o\0o\0 \0",
+                                  10)},
+      {"utf16cjk.txt", std::string("\xff\xfe\x2d\x4e\x87\x65", 6)},
+      {"late.txt", std::string(9000, 'x') + std::string("\0 foo\n", 6)},
+      {"nohit.txt", "nothing here \xc3\xa9\n"},
+      {"sharp.txt",
+       "stra\xc3\x9f"
+       "e\n"},
+      {"empty.txt", ""},
+  };
+  std::vector<std::string> files;
+  for (const auto& [name, bytes] : corpus) {
+    files.push_back((dir / name).string());
+    test::writeFile(files.back(), bytes);
+  }
+  struct Mode {
+    const char16_t* pattern;
+    bool regex, word, ignoreCase;
+  };
+  for (const Mode& m : {Mode{u"foo", false, false, false}, Mode{u"foo", false, true, false},
+                        Mode{u"foo", false, false, true}, Mode{u"key", false, false, true},
+                        Mode{u"foo", true, true, false}, Mode{u"f[o]+", true, false, true},
+                        Mode{u"\\bfoo", true, false, false}, Mode{u"ss", true, false, true}}) {
+    auto options = FindTextOptions::instanceWithString(m.pattern);
+    options->_isAutoEncoding = true;
+    options->_isRegex = m.regex;
+    options->_isMatchWord = m.word;
+    options->_isCaseSensitive = m.ignoreCase;
+    auto finder = FileTextInProject::instanceWithFiles(files, options);
+    finder->execute();
+    const std::string label = toUtf8(m.pattern) + (m.word ? " word" : "") +
+                              (m.ignoreCase ? " nocase" : "") + (m.regex ? " regex" : "");
+    ASSERT_TRUE(finder->_error.message.empty()) << label << finder->_error.message;
+
+    auto plain = *FindTextOptions::instanceWithString(m.pattern);
+    plain._isRegex = m.regex;
+    plain._isMatchWord = m.word;
+    plain._isCaseSensitive = m.ignoreCase;
+    for (std::size_t i = 0; i < corpus.size(); ++i) {
+      const std::string& bytes = corpus[i].second;
+      std::vector<std::pair<std::size_t, std::size_t>> expected, got;
+      if (bytes.substr(0, FileTextInProject::kBinarySniff).find('\0') == std::string::npos) {
+        // Pure ASCII needs no detector, whatever bytes it holds.
+        std::optional<std::u16string> text;
+        if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return (c & 0x80) == 0; })) {
+          text = std::u16string(bytes.begin(), bytes.end());
+        } else {
+          text = DetectorCharacter::detectorWithData(bytes, nullptr);
+        }
+        if (text) {
+          Error error;
+          for (const auto& item : FindTextInString::findTextItems(*text, plain, &error)) {
+            const auto line =
+                1 + std::count(text->begin(), text->begin() + item._range.location, u'\n');
+            expected.emplace_back(item._range.location, static_cast<std::size_t>(line));
+          }
+        }
+      }
+      if (auto it = finder->_tagResults.find(static_cast<std::int64_t>(i));
+          it != finder->_tagResults.end()) {
+        for (const auto& item : it->second)
+          got.emplace_back(item._range.location, item._lineNumber);
+      }
+      EXPECT_EQ(got, expected) << label << " in " << corpus[i].first;
+    }
+  }
+}
+
+TEST(FindInFilesTest, HitsOverTheMemoryLimitTogetherStopTheWholeSearch) {
+  test::ScratchDir dir;
+  std::vector<std::string> files;
+  for (int i = 0; i < 20; ++i) {
+    files.push_back((dir / ("f" + std::to_string(i))).string());
+    test::writeFile(files.back(), std::string(200, 'a'));
+  }
+  FindTextInString::setItemMemoryLimit(1000 * sizeof(FindTextItem));
+  auto options = FindTextOptions::instanceWithString(u"a");
+  Delegate delegate;
+  auto finder = FileTextInProject::instanceWithFiles(files, options, &delegate);
+  finder->execute();
+  FindTextInString::setItemMemoryLimit(FindTextInString::kDefaultItemMemoryLimit);
+  EXPECT_EQ(delegate.finished, 1);
+  EXPECT_TRUE(finder->isFull());
+  EXPECT_EQ(finder->_error.message, FindTextInString::tooManyItemsError().message);
+  EXPECT_LE(finder->findResultNumber, 1200u);
 }
 
 }  // namespace

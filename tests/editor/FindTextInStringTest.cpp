@@ -159,6 +159,56 @@ TEST(FindTextInStringTest, EmptyMatchesAdvanceAndSurrogatesStayWhole) {
   EXPECT_EQ(FindTextInString::findText(lone, *o, &error).size(), 4u);
 }
 
+TEST(FindTextInStringTest, HitsOnOneLongLineShareItsText) {
+  std::u16string line;
+  for (int i = 0; i < 100000; ++i) line += u"ab ";
+  line += u"\nab\n";
+  for (bool regex : {false, true}) {
+    auto o = FindTextOptions::instanceWithString(regex ? u"a(b)" : u"ab");
+    o->_isRegex = regex;
+    o->_replaceString = u"<$1>";
+    Error error;
+    auto items = FindTextInString::findTextItems(line, *o, &error);
+    ASSERT_EQ(items.size(), 100001u);
+    std::size_t copies = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      const auto& item = items[i];
+      ASSERT_EQ(item._showedText, std::u16string_view(line).substr(item._showedRange.location,
+                                                                   item._showedRange.length));
+      if (i > 0 && item._showedText.view().data() !=
+                       items[i - 1]._showedText.view().data() +
+                           (item._showedRange.location - items[i - 1]._showedRange.location)) {
+        ++copies;
+      }
+    }
+    // One copy per stretch of the line, not one per hit; the last line is
+    // its own.
+    EXPECT_LT(copies, 10u);
+    EXPECT_EQ(items.back()._showedText, u"ab");
+    EXPECT_EQ(items.back()._replacedText, regex ? u"<b>" : u"<$1>");
+  }
+}
+
+TEST(FindTextInStringTest, TooManyHitsStopWithAnErrorInEveryMode) {
+  const std::u16string text(20000, u'a');
+  FindTextInString::setItemMemoryLimit(64 * 1024);
+  for (bool regex : {false, true}) {
+    auto o = FindTextOptions::instanceWithString(u"a");
+    o->_isRegex = regex;
+    Error error;
+    EXPECT_TRUE(FindTextInString::findTextItems(text, *o, &error).empty());
+    EXPECT_EQ(error.message, FindTextInString::tooManyItemsError().message);
+    error = {};
+    EXPECT_TRUE(FindTextInString::findText(text, *o, &error).size() <= 64 * 1024 / 16);
+    EXPECT_FALSE(error.message.empty());
+    // A search within the limit is untouched.
+    error = {};
+    EXPECT_EQ(FindTextInString::findTextItems(text.substr(0, 100), *o, &error).size(), 100u);
+    EXPECT_TRUE(error.message.empty());
+  }
+  FindTextInString::setItemMemoryLimit(FindTextInString::kDefaultItemMemoryLimit);
+}
+
 TEST(FindTextInStringTest, HugeLinesShowOnlyTheNeighbourhoodOfAHit) {
   std::u16string line(1 << 20, u'x');
   line.replace(line.size() / 2, 3, u"abc");

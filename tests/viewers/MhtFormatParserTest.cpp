@@ -252,6 +252,69 @@ TEST_F(MhtTest, DamagedArchivesEndQuietly) {
   EXPECT_EQ(readFile(rootPath), "abc=");
 }
 
+// Large base64 bodies read from a file go to disk as they are read; the
+// files must come out exactly as when the archive is parsed in memory.
+TEST_F(MhtTest, ArchiveFromDiskMatchesTheInMemoryParse) {
+  std::string noise;
+  std::uint32_t x = 12345;
+  for (int i = 0; i < 300000; ++i) {
+    x = x * 1664525u + 1013904223u;
+    noise += static_cast<char>(x >> 24);
+  }
+  auto wrapped = [](const std::string& b64) {
+    std::string out;
+    for (std::size_t i = 0; i < b64.size(); i += 76) out += b64.substr(i, 76) + "\n";
+    return out;
+  };
+  const std::string big = MhtFormatParser::btoa(noise);
+  std::vector<Part> parts = samplePage();
+  parts.push_back(
+      {"Content-Type: image/png\nContent-Transfer-Encoding: base64\n"
+       "Content-Location: http://h.test/img/big.png",
+       wrapped(big)});
+  // A truncated last group, a "=" inside, blank lines: decoded as atob does.
+  parts.push_back(
+      {"Content-Type: image/jpeg\nContent-Transfer-Encoding: BASE64\n"
+       "Content-Location: http://h.test/img/odd.jpg",
+       wrapped(big.substr(0, 100000)) + "QQ==QUJD\n\n" + big.substr(0, 99999)});
+  // A stray line that is no base64 ends the run early; it still belongs to
+  // the body.
+  parts.push_back(
+      {"Content-Type: font/woff\nContent-Transfer-Encoding: base64\n"
+       "Content-Location: http://h.test/f.woff",
+       wrapped(big.substr(0, 90000)) + "not base64!\n" + big.substr(0, 4000)});
+  // Too small to go to disk, and a page, which never does.
+  parts.push_back(
+      {"Content-Type: image/gif\nContent-Transfer-Encoding: base64\n"
+       "Content-Location: http://h.test/small.gif",
+       "R0lGODlh"});
+  parts.push_back(
+      {"Content-Type: text/html\nContent-Transfer-Encoding: base64\n"
+       "Content-Location: http://h.test/other.html",
+       wrapped(MhtFormatParser::btoa(std::string(100000, 'p')))});
+  for (const std::string nl : {"\r\n", "\n"}) {
+    const std::string data = archive(parts, nl);
+    const std::string path = (home() / "big.mht").string();
+    writeFile(path, data);
+    auto fromData = parse(data);
+    ASSERT_FALSE(rootPath.empty());
+    const auto expected = tree(fromData->tempRootPath());
+    auto fromFile = MhtFormatParser::instanceWithFileURL(path);
+    ASSERT_FALSE(fromFile->parser().empty());
+    const auto got = tree(fromFile->tempRootPath());
+    ASSERT_EQ(got.size(), expected.size());
+    for (const auto& [name, content] : expected) {
+      ASSERT_TRUE(got.count(name)) << name;
+      EXPECT_TRUE(got.at(name) == content) << name;
+    }
+    EXPECT_EQ(got.at("img/big.png"), noise);
+    // Nothing is left beside the unpacked folders.
+    for (const auto& e : fs::directory_iterator(MhtFormatParser::mhtTempDirectory())) {
+      EXPECT_EQ(e.path().filename().string().find(".spool"), std::string::npos);
+    }
+  }
+}
+
 TEST(MhtCodecs, Base64AndQuotedPrintable) {
   for (const std::string& s :
        {std::string(), std::string("a"), std::string("ab"), std::string("abc"), std::string("abcd"),
@@ -262,6 +325,16 @@ TEST(MhtCodecs, Base64AndQuotedPrintable) {
   // Line ends inside the text and a missing last group.
   EXPECT_EQ(MhtFormatParser::atob(std::string_view("YW\r\nJj\nZA")), "abcd");
   EXPECT_EQ(MhtFormatParser::atob(std::string_view("YWJjZA==")), "abcd");
+  // Decoding in pieces gives the same bytes wherever the text is cut.
+  const std::string text = "YW\r\nJjZA==QUJD\nRA";
+  for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+    MhtFormatParser::Base64Stream stream;
+    std::string out;
+    stream.feed(std::string_view(text).substr(0, cut), out);
+    stream.feed(std::string_view(text).substr(cut), out);
+    stream.finish(out);
+    EXPECT_EQ(out, MhtFormatParser::atob(std::string_view(text))) << cut;
+  }
   EXPECT_EQ(MhtFormatParser::decodeQuotedPrintable("a=3d=3Db=e9c=\n=4"),
             "a==b\xE9"
             "c=\n=4");

@@ -83,7 +83,7 @@ void MhtFile::decodeContent(const std::string& archiveEncoding) {
     _binContent = toUtf8(_content);
     _charset = "UTF-8";
   }
-  _size = static_cast<std::int64_t>(_binContent.size());
+  if (_spoolPath.empty()) _size = static_cast<std::int64_t>(_binContent.size());
   // Binary parts never need the encoded text again.
   if (!isTextPart()) {
     _content.clear();
@@ -159,6 +159,16 @@ bool MhtFile::saveToFile() const {
   if (!FileUtil::createFolder(folder)) {
     HB_LOG("MhtFile", "cannot create " + folder);
     return false;
+  }
+  if (!_spoolPath.empty() && !isTextPart()) {
+    std::error_code ec;
+    std::filesystem::rename(_spoolPath, fullPath(), ec);
+    if (ec) {
+      std::filesystem::copy_file(_spoolPath, fullPath(),
+                                 std::filesystem::copy_options::overwrite_existing, ec);
+    }
+    if (ec) HB_LOG("MhtFile", "cannot write " + fullPath());
+    return !ec;
   }
   const std::string bytes = isTextPart()
                                 ? mht::encodeCharset(_binContentString, _charset, isHtmlFormat())

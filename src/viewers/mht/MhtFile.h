@@ -58,6 +58,9 @@ class MhtFile {
   std::string _dispositionType;
   std::u16string _content;
   std::string _binContent;
+  // A large binary body already decoded into this file (then `_binContent`
+  // stays empty and `_size` is its length); saving moves it into place.
+  std::string _spoolPath;
   std::int64_t _encoding = kEncodingNone;
   std::int64_t _size = 0;
   std::string _fileName;

@@ -166,18 +166,13 @@ void MhtFormatParser::setText(std::u16string t) {
 
 std::string MhtFormatParser::parser() {
   if (isCurrentThreadCancelled()) return {};
-  if (!_fileURL.empty()) {
-    std::ifstream in(_fileURL, std::ios::binary);
-    if (!in) {
-      HB_LOG("MhtFormatParser", "cannot read " + _fileURL);
-      return {};
-    }
-    in.seekg(0, std::ios::end);
-    const auto size = in.tellg();
-    in.seekg(0);
-    _data.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-    if (!_data.empty()) in.read(_data.data(), static_cast<std::streamsize>(_data.size()));
-  }
+  // Whatever happens, no decoded body outlives the run outside the archive's
+  // folder.
+  struct SpoolCleanup {
+    MhtFormatParser* self;
+    ~SpoolCleanup() { self->removeSpools(); }
+  } cleanup{this};
+  if (!_fileURL.empty() && !readSpooled(_fileURL)) return {};
   // Archives are almost always pure ASCII (the parts carry their own
   // charsets); such bytes read the same in every candidate, so skip detection.
   bool allAscii = true;
@@ -343,6 +338,7 @@ bool MhtFormatParser::findReturnCode() {
 
 void MhtFormatParser::deleteEmptyFile() {
   std::erase_if(_files, [](const std::shared_ptr<MhtFile>& f) {
+    if (!f->_spoolPath.empty()) return f->_size == 0;
     return f->_content.empty() && f->_binContent.empty();
   });
 }
@@ -415,9 +411,21 @@ void MhtFormatParser::parserText(std::u16string_view part) {
   if (file->_encoding == MhtFile::kEncodingQuotedPrintable) {
     file->_content = removeAll(body, u"=" + _returnCode);
   } else if (file->_encoding == MhtFile::kEncodingBase64) {
-    // Decoded straight from the archive's text (line ends are skipped): a
-    // copy of every image as UTF-16 would double the memory of a large page.
-    file->_binContent = atob(body);
+    std::u16string_view rest;
+    if (const Spool* spool = spoolOfBody(body, &rest)) {
+      file->_spoolPath = spool->path;
+      file->_size = spool->size;
+      if (const std::string more = atob(rest); !more.empty()) {
+        std::ofstream out(spool->path, std::ios::binary | std::ios::app);
+        out.write(more.data(), static_cast<std::streamsize>(more.size()));
+        file->_size += static_cast<std::int64_t>(more.size());
+      }
+    } else {
+      // Decoded straight from the archive's text (line ends are skipped): a
+      // copy of every image as UTF-16 would double the memory of a large
+      // page.
+      file->_binContent = atob(body);
+    }
   } else {
     file->_content = std::u16string(body);
   }

@@ -21,6 +21,9 @@ class MhtFormatParser : public CodeFormatParser {
  public:
   // Deeper multiparts are ignored: no real page nests more than a few.
   static constexpr int kMaxMultipartDepth = 32;
+  // Base64 bodies of this size or more (images, fonts) are decoded to disk
+  // while an archive file is read, rather than held in memory.
+  static constexpr std::size_t kMinSpooledBody = 64 * 1024;
 
   static std::shared_ptr<MhtFormatParser> instanceWithFileURL(const std::string& path);
   static std::shared_ptr<MhtFormatParser> instanceWithData(std::string data);
@@ -63,6 +66,19 @@ class MhtFormatParser : public CodeFormatParser {
   static std::string atob(std::string_view text);
   static std::string btoa(std::string_view bytes);
 
+  // atob a piece at a time: the same bytes for the same text, however it is
+  // cut.
+  class Base64Stream {
+   public:
+    void feed(std::string_view text, std::string& out);
+    // The bytes of a last, unfinished group.
+    void finish(std::string& out);
+
+   private:
+    int quad_[4] = {0, 0, 0, 0};
+    int n_ = 0;
+  };
+
   bool _alternative = false;
   std::int64_t _mode = 0;
   std::vector<std::shared_ptr<MhtFile>> _files;
@@ -92,6 +108,23 @@ class MhtFormatParser : public CodeFormatParser {
   static void orderedFindObjects(FindObjects& findObjects);
   static void replaceFileFindObjects(FindObjects& findObjects);
   void retypeOctetStream(MhtFile& file) const;
+
+  // A base64 body decoded to disk while the archive was read.
+  struct Spool {
+    std::string path;
+    std::int64_t size = 0;
+  };
+  // Reads the archive file into `_data`, each large base64 body replaced by
+  // a marker line and decoded into a file of `_spoolFolder`.
+  bool readSpooled(const std::string& path);
+  // The spool a part's body stands for, or null when it is no marker;
+  // `rest` is what follows the marker.
+  const Spool* spoolOfBody(std::u16string_view body, std::u16string_view* rest) const;
+  void removeSpools();
+
+  std::string _spoolFolder;
+  std::string _spoolToken;
+  std::vector<Spool> _spools;
 
   std::u16string _textHolder;
   std::string _tempRootPath;
