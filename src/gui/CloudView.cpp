@@ -5,14 +5,18 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QInputDialog>
+#include <QListWidget>
 #include <QLocale>
 #include <QMessageBox>
 #include <QPointer>
+#include <QStyle>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <filesystem>
 #include <set>
 
 #include "app/ApplicationServices.h"
+#include "app/ICloudDriveController.h"
 #include "cloud/CloudPath.h"
 #include "cloud/ICloudBase.h"
 #include "filemanager/FileUtil.h"
@@ -340,13 +344,74 @@ void CloudView::cancel() {
   if (operation_) operation_->stop(localizedString("Cancelled"));
 }
 
+namespace {
+
+// The drive as the browser opens it to pick a file: one folder a screen, the
+// controller deciding what a tap does.
+class CloudPickView : public QWidget {
+ public:
+  CloudPickView(std::shared_ptr<ICloudDriveController> controller, MainWindow& window)
+      : controller_(std::move(controller)),
+        port_(std::make_shared<Port>(this, window)),
+        list_(new QListWidget(this)) {
+    setObjectName(QStringLiteral("cloudPickView"));
+    list_->setObjectName(QStringLiteral("cloudPickList"));
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(list_);
+    controller_->setPort(port_);
+    setProperty("crumb", MainWindow::crumbFor(controller_->folder()));
+    connect(list_, &QListWidget::itemActivated, this, [this](QListWidgetItem* item) {
+      controller_->tapRow(item->data(Qt::UserRole).toString().toStdString());
+    });
+    // The controller lists its folder after the push that made this view.
+    QTimer::singleShot(0, this, [this] { refresh(); });
+  }
+
+ private:
+  class Port : public WindowPort {
+   public:
+    Port(CloudPickView* view, MainWindow& window) : WindowPort(view, window), view_(view) {}
+    void setTitle(const std::string& title) override {
+      if (!view_) return;
+      view_->setProperty("crumb", QString::fromStdString(title));
+      QTimer::singleShot(0, view_, [view = view_] { view->refresh(); });
+    }
+
+   private:
+    QPointer<CloudPickView> view_;
+  };
+
+  void refresh() {
+    list_->clear();
+    for (const DocumentBrowserModelObject& item : controller_->items()) {
+      const QString name = QString::fromStdString(item._displayName);
+      auto* row = new QListWidgetItem(
+          style()->standardIcon(item._isDirectory ? QStyle::SP_DirIcon : QStyle::SP_FileIcon), name,
+          list_);
+      row->setData(Qt::UserRole, name);
+      if (!item._subtitle.empty()) row->setToolTip(QString::fromStdString(item._subtitle));
+    }
+  }
+
+  std::shared_ptr<ICloudDriveController> controller_;
+  std::shared_ptr<Port> port_;
+  QListWidget* list_;
+};
+
+}  // namespace
+
 void registerCloudViews() {
   // The sharing screen's cloud row opens this screen.
   auto& services = ApplicationServices::shared();
   if (!services.iCloudDriveController)
     services.iCloudDriveController = [] { return std::make_shared<CloudDriveScreen>(); };
+  // The browser's drive entries pick a file through the controller; the
+  // sharing screen's row manages the drive.
   Screens::addScreen("ICloudDriveController",
-                     [](std::shared_ptr<ViewController>, MainWindow&) -> QWidget* {
+                     [](std::shared_ptr<ViewController> screen, MainWindow& window) -> QWidget* {
+                       if (auto pick = std::dynamic_pointer_cast<ICloudDriveController>(screen))
+                         return new CloudPickView(std::move(pick), window);
                        return new CloudView(CloudProvider::shared());
                      });
   Screens::addShow("cloud", [](const std::string&, MainWindow&) -> QWidget* {

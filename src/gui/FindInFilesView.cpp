@@ -323,7 +323,7 @@ void FindInFilesView::addHits(std::int64_t tag, const std::string& path,
     auto* hit = new QTreeWidgetItem(file);
     hit->setText(0, item._lineNumber ? QString::number(item._lineNumber) : QString());
     hit->setTextAlignment(0, Qt::AlignRight | Qt::AlignVCenter);
-    QString line = QString::fromUtf16(item._showedText.data(),
+    QString line = QString::fromUtf16(item._showedText.view().data(),
                                       static_cast<qsizetype>(item._showedText.size()));
     const TextRange mark = item.rangeInShowRange();
     int from = static_cast<int>(mark.location);

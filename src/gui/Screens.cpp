@@ -77,6 +77,9 @@ void WindowPort::showMessage(const std::string&, const std::string& text) {
 void WindowPort::push(std::shared_ptr<ViewController> screen) {
   if (window_) window_->pushScreen(std::move(screen));
 }
+void WindowPort::pop() {
+  if (window_ && window_->depth() > 1) window_->pop(window_->top());
+}
 void WindowPort::rootChanged(std::shared_ptr<ViewController> root) {
   if (window_) window_->showRootScreen(std::move(root));
 }

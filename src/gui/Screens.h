@@ -57,6 +57,8 @@ class WindowPort : public IScreenPort {
   void dismissSheet() override;
   void showMessage(const std::string& key, const std::string& text) override;
   void push(std::shared_ptr<ViewController> screen) override;
+  // The window's top screen goes (never the root).
+  void pop() override;
   void rootChanged(std::shared_ptr<ViewController> root) override;
   bool supportsRoute(ScreenRoute route) const override;
   void openRoute(ScreenRoute route, const std::string& path, const std::string& title) override;

@@ -1,6 +1,7 @@
 // The cloud screen over a sync folder that the test itself keeps, as a sync
 // client would.
 #include <QLabel>
+#include <QListWidget>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -9,6 +10,7 @@
 #include <memory>
 
 #include "app/ApplicationServices.h"
+#include "app/HarborFileManagerController.h"
 #include "gui/CloudView.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
@@ -174,6 +176,50 @@ TEST_F(CloudViewTest, SharingScreensCloudRowAndShowNameOpenTheCloudScreen) {
   ASSERT_TRUE(window.showNamed("cloud", ""));
   EXPECT_NE(qobject_cast<CloudView*>(window.top()), cloud);
   EXPECT_NE(qobject_cast<CloudView*>(window.top()), nullptr);
+  services.cloudIdentityAvailable = savedIdentity;
+}
+
+}  // namespace
+}  // namespace harbor::gui
+
+namespace harbor::gui {
+namespace {
+
+TEST_F(CloudViewTest, BrowsersDriveEntryPicksAFileThroughItsControllerAndImportsIt) {
+  auto& services = ApplicationServices::shared();
+  auto savedIdentity = services.cloudIdentityAvailable;
+  services.cloudIdentityAvailable = [] { return true; };
+  MainWindow window;
+  window.setRoot(makeEmptyRoot(&window), QStringLiteral("Documents"));
+  window.show();
+  auto browser = HarborFileManagerController::createRoot();
+  browser->setPort(std::make_shared<WindowPort>(&window, window));
+  browser->loadICloudDrive(true);
+
+  auto list = [&] {
+    QApplication::processEvents();
+    return window.top()->findChild<QListWidget*>(QStringLiteral("cloudPickList"));
+  };
+  auto rowNamed = [&](const QString& name) -> QListWidgetItem* {
+    QListWidget* shown = list();
+    if (!shown) return nullptr;
+    auto found = shown->findItems(name, Qt::MatchExactly);
+    return found.isEmpty() ? nullptr : found.first();
+  };
+  ASSERT_EQ(window.depth(), 2);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return rowNamed(QStringLiteral("sub")) != nullptr; }, 5000));
+  EXPECT_NE(rowNamed(QStringLiteral("present.txt")), nullptr);
+
+  // A folder is a screen of its own; a file closes every drive screen and
+  // lands in the browser's folder.
+  emit list()->itemActivated(rowNamed(QStringLiteral("sub")));
+  ASSERT_EQ(window.depth(), 3);
+  ASSERT_TRUE(
+      QTest::qWaitFor([&] { return rowNamed(QStringLiteral("inner.txt")) != nullptr; }, 5000));
+  emit list()->itemActivated(rowNamed(QStringLiteral("inner.txt")));
+  EXPECT_EQ(window.depth(), 1);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return fs::exists(root() / "inner.txt"); }, 15000));
+  EXPECT_EQ(test::readFile(root() / "inner.txt"), "deep");
   services.cloudIdentityAvailable = savedIdentity;
 }
 
