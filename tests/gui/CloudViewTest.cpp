@@ -189,6 +189,7 @@ TEST_F(CloudViewTest, BrowsersDriveEntryPicksAFileThroughItsControllerAndImports
   auto& services = ApplicationServices::shared();
   auto savedIdentity = services.cloudIdentityAvailable;
   services.cloudIdentityAvailable = [] { return true; };
+  registerViews();
   MainWindow window;
   window.setRoot(makeEmptyRoot(&window), QStringLiteral("Documents"));
   window.show();
