@@ -1,7 +1,10 @@
 #include "gui/Application.h"
 
+#include <filesystem>
+
 #include "app/AppDelegate.h"
 #include "app/ShareAdapter.h"
+#include "browser/FileManagerController.h"
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
 #include "gui/Screens.h"
@@ -47,7 +50,20 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   // then the root: the frame decides the order.
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
   if (window_->depth() == 0) window_->showRootScreen(nullptr);
-  for (const std::string& file : files) window_->openEditor(file);
+  // A file given at launch opens where the browser would open it; a name
+  // not there yet starts a new file in the editor.
+  auto browser = delegate_->fileManagerNavController
+                     ? std::dynamic_pointer_cast<FileManagerController>(
+                           screenOf(delegate_->fileManagerNavController))
+                     : nullptr;
+  for (const std::string& file : files) {
+    std::error_code ec;
+    if (browser && std::filesystem::is_regular_file(file, ec)) {
+      browser->loadFilePathFromServer(std::filesystem::absolute(file, ec).string());
+    } else {
+      window_->openEditor(file);
+    }
+  }
   bool shown = show.empty() || window_->showNamed(show, showPath);
   window_->show();
   return shown;

@@ -2,7 +2,11 @@
 
 namespace harbor::gui {
 
+void registerBrowserViews();
+
 // Each view file adds its rows here; the order does not matter.
-void registerViews() {}
+void registerViews() {
+  registerBrowserViews();
+}
 
 }  // namespace harbor::gui
