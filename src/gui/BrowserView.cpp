@@ -418,8 +418,12 @@ BrowserView::BrowserView(std::shared_ptr<FileManagerBaseController> controller, 
     syncSelectionFromController();
   });
   connect(cancel_, &QPushButton::clicked, this, [this] { controller_->cancelThread(); });
-  connect(list_, &QListView::doubleClicked, this,
-          [this](const QModelIndex& index) { openRow(index.row()); });
+  // After the click's last event: what opens may pop up a sheet, which the
+  // release must not close.
+  connect(list_, &QListView::doubleClicked, this, [this](const QModelIndex& index) {
+    const int row = index.row();
+    QTimer::singleShot(0, this, [this, row] { openRow(row); });
+  });
   connect(list_, &QListView::customContextMenuRequested, this, &BrowserView::contextMenuAt);
   connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
           &BrowserView::syncSelectionToController);
@@ -490,13 +494,21 @@ void BrowserView::applyMode() {
   }
   // Items stay where the controller's order puts them.
   list_->setMovement(QListView::Static);
+  // Both calls above turn dragging off; files still go out and come in.
+  list_->setDragDropMode(QAbstractItemView::DragDrop);
+  list_->setDragEnabled(true);
+  list_->viewport()->setAcceptDrops(true);
 }
 
 void BrowserView::refresh() {
   FilePresenter& presenter = controller_->filePresenter();
   applyMode();
+  // The keyboard's place survives a reload.
+  const std::string current = model_->pathAt(list_->currentIndex().row());
   const auto& titles = presenter.collation();
   model_->reset(presenter.currentItems(), titles ? &*titles : nullptr);
+  if (const int row = model_->rowOfPath(current); row >= 0)
+    list_->selectionModel()->setCurrentIndex(model_->index(row), QItemSelectionModel::NoUpdate);
   {
     QSignalBlocker block(order_);
     order_->setCurrentIndex(presenter.displayType());
