@@ -753,8 +753,7 @@ void BrowserView::importFiles(const QList<QUrl>& urls) {
   controller_->reloadData();
 }
 
-void BrowserView::restoreLastFolder() {
-  const std::string saved = UserDefaults::standard().stringForKey(kLastFolderKey);
+void BrowserView::restoreLastFolder(const std::string& saved) {
   if (saved.empty() || saved == "/") return;
   BrowserView* here = this;
   const QStringList parts = qs(saved).split(QLatin1Char('/'), Qt::SkipEmptyParts);
@@ -780,7 +779,11 @@ void registerBrowserViews() {
       auto* view = new BrowserView(browser, window);
       view->setProperty("remembers", remembers);
       // The folder of the last run comes back once, on a fresh window.
-      if (firstRoot) QTimer::singleShot(0, view, [view] { view->restoreLastFolder(); });
+      // Read now: the root's own showing records the root before the walk.
+      if (firstRoot) {
+        const std::string saved = UserDefaults::standard().stringForKey(kLastFolderKey);
+        QTimer::singleShot(0, view, [view, saved] { view->restoreLastFolder(saved); });
+      }
       return view;
     };
   };

@@ -114,9 +114,9 @@ class BrowserView : public QWidget {
   void showBusy(bool busy);
   void showTitle(const QString& title);
   void leave();
-  // Walks down to the folder shown when the last run ended, tapping each
-  // part so that a locked folder asks first.
-  void restoreLastFolder();
+  // Walks down to `saved`, the folder shown when the last run ended,
+  // tapping each part so that a locked folder asks first.
+  void restoreLastFolder(const std::string& saved);
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;

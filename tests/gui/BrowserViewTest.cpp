@@ -333,3 +333,36 @@ TEST_F(BrowserViewTest, F2RenamesAndDeleteRemovesAfterConfirming) {
 
 }  // namespace
 }  // namespace harbor::gui
+
+namespace harbor::gui {
+namespace {
+
+TEST_F(BrowserViewTest, LastFolderComesBackAtTheNextStart) {
+  test::writeFile(root() / "Work" / "Deep" / "plan.txt", "p");
+  {
+    BrowserView& view = open();
+    click(view, QStringLiteral("Work"));
+    key(view, Qt::Key_Return);
+    ASSERT_NE(top(), nullptr);
+    click(*top(), QStringLiteral("Deep"));
+    key(*top(), Qt::Key_Return);
+    ASSERT_EQ(window_->depth(), 3);
+  }
+  window_.reset();
+  open();
+  (void)QTest::qWaitFor([&] { return window_->depth() == 3; }, 5000);
+  ASSERT_EQ(window_->depth(), 3);
+  EXPECT_EQ(top()->shownNames(), QStringList{QStringLiteral("plan.txt")});
+
+  // Going back up is remembered too.
+  key(*top(), Qt::Key_Up, Qt::AltModifier);
+  key(*top(), Qt::Key_Up, Qt::AltModifier);
+  ASSERT_EQ(window_->depth(), 1);
+  window_.reset();
+  open();
+  QTest::qWait(50);
+  EXPECT_EQ(window_->depth(), 1);
+}
+
+}  // namespace
+}  // namespace harbor::gui

@@ -19,3 +19,15 @@ run "$out/editor-cpp-light.png" "$work/Buffer.cpp"
 run --night "$out/editor-cpp-dark.png" "$work/Buffer.cpp"
 run --type " ret" "$out/editor-cpp-suggest.png" "$work/Buffer.cpp"
 ls -1 "$out"/editor-*.png
+# The file browser: list and icons by day and by night, and a locked folder's prompt.
+browse=$build/bin/harbor_browser_shot
+if [ -x "$browse" ]; then
+  docs=$work/browser-docs
+  shoot() { xvfb-run -a -s "-screen 0 1280x900x24" "$browse" "$@"; }
+  shoot "$out/browser-list-light.png" "$docs"
+  shoot --night "$out/browser-list-dark.png" "$docs"
+  shoot --icons "$out/browser-icons-light.png" "$docs"
+  shoot --night --icons "$out/browser-icons-dark.png" "$docs"
+  shoot --password "$out/browser-password.png" "$docs"
+  ls -1 "$out"/browser-*.png
+fi
