@@ -50,7 +50,10 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   // then the root: the frame decides the order.
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
   if (window_->depth() == 0) window_->showRootScreen(nullptr);
-  // A file given at launch opens where the browser would open it; a name
+  bool shown = show.empty() || window_->showNamed(show, showPath);
+  window_->show();
+  // A file given at launch opens where the browser would open it, once
+  // the window shows (a sheet it asks with needs one to stay on); a name
   // not there yet starts a new file in the editor.
   auto browser = delegate_->fileManagerNavController
                      ? std::dynamic_pointer_cast<FileManagerController>(
@@ -64,8 +67,6 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
       window_->openEditor(file);
     }
   }
-  bool shown = show.empty() || window_->showNamed(show, showPath);
-  window_->show();
   return shown;
 }
 

@@ -15,6 +15,7 @@
 
 #include "app/AppDelegate.h"
 #include "browser/FileManagerController.h"
+#include "gui/Application.h"
 #include "gui/BrowserView.h"
 #include "gui/EditorView.h"
 #include "gui/MainWindow.h"
@@ -362,6 +363,39 @@ TEST_F(BrowserViewTest, LastFolderComesBackAtTheNextStart) {
   open();
   QTest::qWait(50);
   EXPECT_EQ(window_->depth(), 1);
+}
+
+}  // namespace
+}  // namespace harbor::gui
+
+namespace harbor::gui {
+namespace {
+
+// Files named at launch open where the browser would open them.
+TEST_F(BrowserViewTest, LaunchFilesTakeTheBrowsersRoute) {
+  test::writeFile(root() / "notes.txt", "text");
+  test::writeFile(root() / "bundle.zip", "PK\x05\x06" + std::string(18, '\0'));
+  DesktopApplication desktop;
+  desktop.launch({(root() / "bundle.zip").string()});
+  QApplication::processEvents();
+  QMenu* sheet = nullptr;
+  (void)QTest::qWaitFor(
+      [&] {
+        for (QMenu* m : desktop.window().findChildren<QMenu*>(
+                 QStringLiteral("sheet%1").arg(FileManagerBaseController::kTagArchiveSheet)))
+          sheet = m;
+        return sheet != nullptr;
+      },
+      5000);
+  EXPECT_NE(sheet, nullptr) << "the archive did not ask what to do";
+  if (sheet) sheet->close();
+
+  // A text file is the editor's.
+  auto* browser = dynamic_cast<FileManagerController*>(
+      &qobject_cast<BrowserView*>(desktop.window().top())->controller());
+  ASSERT_NE(browser, nullptr);
+  browser->loadFilePathFromServer((root() / "notes.txt").string());
+  EXPECT_NE(qobject_cast<EditorView*>(desktop.window().top()), nullptr);
 }
 
 }  // namespace
