@@ -134,6 +134,16 @@ TEST_F(BrowserViewTest, ListFollowsTheControllersOrderAndModes) {
   view.controller().reloadData();
   EXPECT_TRUE(view.shownNames().contains(QStringLiteral("d.txt")));
 
+  // Typing in the search field lists the hits the controller found.
+  QTest::keyClicks(view.searchField(), QStringLiteral("b."));
+  (void)QTest::qWaitFor([&] { return view.shownNames() == QStringList{"b.txt"}; }, 5000);
+  EXPECT_EQ(view.shownNames(), QStringList{QStringLiteral("b.txt")});
+  view.searchField()->clear();
+  (void)QTest::qWaitFor(
+      [&] { return view.shownNames().size() == 5 && !view.controller().isCurrentSearching(); },
+      5000);
+  EXPECT_EQ(view.shownNames(), rowNames());
+
   // The options sheet switches to icons.
   auto* browser = dynamic_cast<FileManagerController*>(&view.controller());
   ASSERT_TRUE(
