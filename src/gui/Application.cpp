@@ -15,6 +15,9 @@ namespace harbor::gui {
 DesktopApplication::DesktopApplication() = default;
 
 DesktopApplication::~DesktopApplication() {
+  // The notice hooks point at this object and its window.
+  ApplicationServices::shared().alertMsg = nullptr;
+  QtScreenPort::noticeSink() = nullptr;
   window_.reset();
   delegate_.reset();
 }
