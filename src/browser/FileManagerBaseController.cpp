@@ -64,6 +64,8 @@ void FileManagerBaseController::viewDidLoad() {
   if (_loaded) return;
   _loaded = true;
   _showItemstype = CommonUtil::getShowItemsOptionsValue();
+  // The presenter is what a view reads; it starts as the preference says.
+  filePresenter().setShowItemstype(_showItemstype);
   setCurrentTitle(std::nullopt);
   configureSections();
   setToolbarItems();
@@ -141,6 +143,8 @@ void FileManagerBaseController::reloadData() {
   isDirectoryChange = false;
   configureSections();
   setToolbarItems();
+  // Before the scroll target is spent: the view scrolls to it.
+  port().listingChanged();
   scrollToTableViewCell();
   _reloading = false;
 }

@@ -14,6 +14,9 @@ namespace harbor::gui {
 DesktopApplication::DesktopApplication() = default;
 
 DesktopApplication::~DesktopApplication() {
+  // The notice hooks point at this object and its window.
+  ApplicationServices::shared().alertMsg = nullptr;
+  QtScreenPort::noticeSink() = nullptr;
   window_.reset();
   delegate_.reset();
 }
@@ -62,9 +65,12 @@ bool DesktopApplication::launch(const std::vector<std::string>& files, const std
   delegate_->didFinishLaunchingWithOptions(LaunchOptions{});
   // Behind a lock the normal root is still built, under the cover.
   if (window_->depth() == 0) window_->placeRoot(delegate_->rootViewController());
-  for (const std::string& file : files) openFromCommandLine(*window_, file);
   bool shown = show.empty() || window_->showNamed(show, showPath);
   window_->show();
+  // A file given at launch opens where the browser would open it, once
+  // the window shows (a sheet it asks with needs one to stay on); a name
+  // not there yet starts a new file in the editor.
+  for (const std::string& file : files) openFromCommandLine(*window_, file);
   return shown;
 }
 

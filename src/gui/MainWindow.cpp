@@ -73,7 +73,9 @@ QString MainWindow::crumbFor(const std::string& path) {
   if (ec || rel.empty() || *rel.begin() == "..") {
     return QString::fromStdString(fs::absolute(path, ec).string());
   }
-  for (const auto& part : rel) parts << QString::fromStdString(part.string());
+  for (const auto& part : rel) {
+    if (part != ".") parts << QString::fromStdString(part.string());
+  }
   return parts.join(QStringLiteral(" \u203a "));
 }
 

@@ -2,6 +2,7 @@
 
 namespace harbor::gui {
 
+void registerBrowserViews();
 void registerFindViews();
 void registerSettingsViews();
 void registerShareViews();
@@ -9,6 +10,7 @@ void registerViewerViews();
 
 // Each view file adds its rows here; the order does not matter.
 void registerViews() {
+  registerBrowserViews();
   registerFindViews();
   registerSettingsViews();
   registerShareViews();

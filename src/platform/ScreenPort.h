@@ -130,6 +130,8 @@ class IScreenPort {
   // 0 to 1.
   virtual void setProgress(double) {}
   virtual void setToolbar(const std::vector<ToolbarItem>&) {}
+  // The screen's listing was built again; a view showing it reads it anew.
+  virtual void listingChanged() {}
   // Navigation: a screen goes on top of the one showing, or the top one goes.
   virtual void push(std::shared_ptr<ViewController> screen) { (void)screen; }
   virtual void pop() {}

@@ -68,4 +68,15 @@ if [ -x "$viewer" ]; then
     xvfb-run -a -s "-screen 0 1280x900x24" "$viewer" --night "$out/viewer-$kind-dark.png" "$kind"
   done
 fi
+# The file browser: list and icons by day and by night, and a locked folder's prompt.
+browse=$build/bin/harbor_browser_shot
+if [ -x "$browse" ]; then
+  docs=$work/browser-docs
+  shoot() { xvfb-run -a -s "-screen 0 1280x900x24" "$browse" "$@"; }
+  shoot "$out/browser-list-light.png" "$docs"
+  shoot --night "$out/browser-list-dark.png" "$docs"
+  shoot --icons "$out/browser-icons-light.png" "$docs"
+  shoot --night --icons "$out/browser-icons-dark.png" "$docs"
+  shoot --password "$out/browser-password.png" "$docs"
+fi
 ls -1 "$out"/*.png
