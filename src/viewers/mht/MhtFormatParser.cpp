@@ -67,50 +67,6 @@ std::string decodeEscapes(std::string_view bytes, char marker) {
   return out;
 }
 
-const std::array<std::int8_t, 256>& base64Table() {
-  static const std::array<std::int8_t, 256> table = [] {
-    std::array<std::int8_t, 256> t{};
-    t.fill(-1);
-    const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    for (int i = 0; i < 64; ++i)
-      t[static_cast<unsigned char>(alphabet[i])] = static_cast<std::int8_t>(i);
-    t[static_cast<unsigned char>('=')] = 64;
-    return t;
-  }();
-  return table;
-}
-
-template <class Char>
-std::string base64Decode(std::basic_string_view<Char> text) {
-  const auto& table = base64Table();
-  std::string out;
-  out.reserve(text.size() / 4 * 3 + 3);
-  int quad[4];
-  int n = 0;
-  for (Char ch : text) {
-    const auto u = static_cast<std::uint32_t>(ch);
-    if (u > 0xFF) continue;
-    const int v = table[u];
-    // Line ends and other stray characters between groups are not data.
-    if (v < 0) continue;
-    quad[n++] = v;
-    if (n < 4) continue;
-    n = 0;
-    if (quad[0] == 64 || quad[1] == 64) continue;
-    out += static_cast<char>((quad[0] << 2) | (quad[1] >> 4));
-    if (quad[2] == 64) continue;
-    out += static_cast<char>(((quad[1] & 15) << 4) | (quad[2] >> 2));
-    if (quad[3] == 64) continue;
-    out += static_cast<char>(((quad[2] & 3) << 6) | quad[3]);
-  }
-  // A truncated last group still gives the bytes it holds in full.
-  if (n >= 2 && quad[0] != 64 && quad[1] != 64) {
-    out += static_cast<char>((quad[0] << 2) | (quad[1] >> 4));
-    if (n == 3 && quad[2] != 64) out += static_cast<char>(((quad[1] & 15) << 4) | (quad[2] >> 2));
-  }
-  return out;
-}
-
 // Removes every occurrence of `what` while copying.
 std::u16string removeAll(std::u16string_view s, std::u16string_view what) {
   std::u16string out;
@@ -825,11 +781,30 @@ std::string MhtFormatParser::unescape(std::string_view bytes) {
 }
 
 std::string MhtFormatParser::atob(std::u16string_view text) {
-  return base64Decode(text);
+  // Units past 0xFF are never base64; the rest go through as bytes, a
+  // stretch at a time.
+  Base64Stream stream;
+  std::string out;
+  out.reserve(text.size() / 4 * 3 + 3);
+  std::string bytes;
+  constexpr std::size_t kStretch = 1 << 16;
+  for (std::size_t at = 0; at < text.size(); at += kStretch) {
+    bytes.clear();
+    for (char16_t unit : text.substr(at, kStretch))
+      if (unit <= 0xFF) bytes += static_cast<char>(unit);
+    stream.feed(bytes, out);
+  }
+  stream.finish(out);
+  return out;
 }
 
 std::string MhtFormatParser::atob(std::string_view text) {
-  return base64Decode(text);
+  Base64Stream stream;
+  std::string out;
+  out.reserve(text.size() / 4 * 3 + 3);
+  stream.feed(text, out);
+  stream.finish(out);
+  return out;
 }
 
 std::string MhtFormatParser::btoa(std::string_view bytes) {
