@@ -16,6 +16,7 @@
 #include "filemanager/FileUtil.h"
 #include "gui/MainWindow.h"
 #include "gui/Screens.h"
+#include "gui/StatusLine.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -127,23 +128,10 @@ ArchiveView::ArchiveView(std::shared_ptr<ViewArchiveController> controller, Main
   list_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
   layout->addWidget(list_, 1);
 
-  auto* foot = new QWidget(this);
-  auto* footLayout = new QHBoxLayout(foot);
-  footLayout->setContentsMargins(6, 2, 6, 2);
-  status_ = new QLabel(foot);
-  status_->setObjectName(QStringLiteral("status"));
-  status_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-  progress_ = new QProgressBar(foot);
-  progress_->setObjectName(QStringLiteral("progress"));
-  progress_->setMaximumWidth(220);
-  progress_->setVisible(false);
-  cancel_ = new QToolButton(foot);
-  cancel_->setObjectName(QStringLiteral("cancel"));
-  cancel_->setText(loc("Cancel"));
-  cancel_->setVisible(false);
-  footLayout->addWidget(status_, 1);
-  footLayout->addWidget(progress_);
-  footLayout->addWidget(cancel_);
+  auto* foot = new StatusLine(this);
+  status_ = foot->status;
+  progress_ = foot->progress;
+  cancel_ = foot->cancel;
   layout->addWidget(foot);
 
   connect(list_, &QTreeWidget::itemActivated, this,
@@ -163,7 +151,7 @@ ArchiveView::ArchiveView(std::shared_ptr<ViewArchiveController> controller, Main
     controller_->sheetChosen(ViewArchiveController::kTagArchiveOptions, "Extract");
   });
   connect(options, &QToolButton::clicked, this, [this] { controller_->openSheet(); });
-  connect(cancel_, &QToolButton::clicked, this, [this] { controller_->cancelThread(); });
+  connect(cancel_, &QPushButton::clicked, this, [this] { controller_->cancelThread(); });
 
   port_ = std::make_shared<Port>(this, window);
   controller_->setPort(port_);

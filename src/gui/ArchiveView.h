@@ -8,6 +8,7 @@
 
 class QLabel;
 class QProgressBar;
+class QPushButton;
 class QToolButton;
 class QTreeWidget;
 class QTreeWidgetItem;
@@ -48,7 +49,7 @@ class ArchiveView : public QWidget {
   QTreeWidget* list_ = nullptr;
   QLabel* status_ = nullptr;
   QProgressBar* progress_ = nullptr;
-  QToolButton* cancel_ = nullptr;
+  QPushButton* cancel_ = nullptr;
   QToolButton* edit_ = nullptr;
   QToolButton* extract_ = nullptr;
 };

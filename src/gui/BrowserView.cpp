@@ -28,6 +28,7 @@
 #include "browser/FileTransferController.h"
 #include "filemanager/FileUtil.h"
 #include "filemanager/USupportFile.h"
+#include "gui/StatusLine.h"
 #include "gui/ThumbnailCache.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
@@ -383,24 +384,12 @@ BrowserView::BrowserView(std::shared_ptr<FileManagerBaseController> controller, 
   toolbar_->setToolButtonStyle(Qt::ToolButtonTextOnly);
   layout->addWidget(toolbar_);
 
-  auto* foot = foot_ = new QWidget(this);
+  auto* foot = new StatusLine(this);
+  foot_ = foot;
   foot->setObjectName(QStringLiteral("browserStatusLine"));
-  auto* footLayout = new QHBoxLayout(foot);
-  footLayout->setContentsMargins(10, 2, 8, 4);
-  status_ = new QLabel(foot);
-  status_->setObjectName(QStringLiteral("status"));
-  status_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-  progress_ = new QProgressBar(foot);
-  progress_->setObjectName(QStringLiteral("progress"));
-  progress_->setMaximumWidth(220);
-  progress_->setTextVisible(false);
-  progress_->hide();
-  cancel_ = new QPushButton(loc("Cancel"), foot);
-  cancel_->setObjectName(QStringLiteral("cancel"));
-  cancel_->hide();
-  footLayout->addWidget(status_, 1);
-  footLayout->addWidget(progress_);
-  footLayout->addWidget(cancel_);
+  status_ = foot->status;
+  progress_ = foot->progress;
+  cancel_ = foot->cancel;
   layout->addWidget(foot);
   foot->hide();
 
