@@ -54,7 +54,12 @@ void HTTPConnection::start() {
 }
 
 void HTTPConnection::stop() {
-  if (asyncSocket_) asyncSocket_->disconnect();
+  std::shared_ptr<AsyncSocket> socket;
+  {
+    std::lock_guard lock(socketMutex_);
+    socket = asyncSocket_;
+  }
+  if (socket) socket->disconnect();
 }
 
 void HTTPConnection::startReadingRequest() {
@@ -477,7 +482,10 @@ void HTTPConnection::replyToHTTPRequest() {
     // The socket is the web socket's from here; this connection ends.
     if (config_->server) config_->server->addWebSocket(ws);
     ws->start();
-    asyncSocket_.reset();
+    {
+      std::lock_guard lock(socketMutex_);
+      asyncSocket_.reset();
+    }
     die();
     return;
   }
@@ -726,6 +734,7 @@ void HTTPConnection::socketDidWriteData(long tag) {
 
 void HTTPConnection::socketDidDisconnect() {
   die();
+  std::lock_guard lock(socketMutex_);
   asyncSocket_.reset();
 }
 

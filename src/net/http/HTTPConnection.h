@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -143,6 +144,9 @@ class HTTPConnection : public AsyncSocketDelegate,
   void addBasicAuthChallenge(HTTPMessage& response);
 
   std::shared_ptr<AsyncSocket> asyncSocket_;
+  // The socket is let go on its strand while the server's stop() may be
+  // reading it from another thread.
+  std::mutex socketMutex_;
   std::shared_ptr<const HTTPConfig> config_;
   std::unique_ptr<HTTPMessage> request_;
   std::shared_ptr<HTTPResponse> httpResponse_;
