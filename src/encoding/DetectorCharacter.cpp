@@ -33,6 +33,14 @@ std::vector<std::string> orUtf8(std::vector<std::string> names) {
 
 // Valid UTF-8 holding at least one non-ASCII character. A sequence cut by
 // the end of a sample is neither counted nor held against it.
+// Continuation bytes after a UTF-8 lead byte; 0 for a byte that cannot lead.
+std::size_t utf8TrailBytes(unsigned char c) {
+  if (c >= 0xC2 && c <= 0xDF) return 1;
+  if (c >= 0xE0 && c <= 0xEF) return 2;
+  if (c >= 0xF0 && c <= 0xF4) return 3;
+  return 0;
+}
+
 bool utf8WithNonAscii(std::string_view sample) {
   bool nonAscii = false;
   std::size_t i = 0;
@@ -42,16 +50,8 @@ bool utf8WithNonAscii(std::string_view sample) {
       ++i;
       continue;
     }
-    std::size_t trail;
-    if (c >= 0xC2 && c <= 0xDF) {
-      trail = 1;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      trail = 2;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      trail = 3;
-    } else {
-      return false;
-    }
+    const std::size_t trail = utf8TrailBytes(c);
+    if (trail == 0) return false;
     std::size_t k = 1;
     for (; k <= trail && i + k < sample.size(); ++k) {
       const unsigned char d = static_cast<unsigned char>(sample[i + k]);
@@ -284,16 +284,8 @@ bool DetectorCharacter::readsAsUtf8(std::string_view data) {
       ++i;
       continue;
     }
-    std::size_t trail;
-    if (c >= 0xC2 && c <= 0xDF) {
-      trail = 1;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      trail = 2;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      trail = 3;
-    } else {
-      return false;
-    }
+    const std::size_t trail = utf8TrailBytes(c);
+    if (trail == 0) return false;
     if (i + trail >= n) return false;
     for (std::size_t k = 1; k <= trail; ++k) {
       const unsigned char d = p[i + k];
