@@ -4,7 +4,6 @@
 #include <QFileInfo>
 #include <QLabel>
 #include <QToolBar>
-#include <QWebEngineView>
 #include <filesystem>
 
 #include "gui/MainWindow.h"
@@ -38,17 +37,20 @@ EpubView::EpubView(const std::string& path, QWidget* parent) : WebPageView(paren
   addPaging([this](int step) { showChapter(chapter_ + step); });
   toolbar()->insertWidget(toolbar()->actions().value(0), contents_);
   connect(contents_, &QComboBox::activated, this, [this](int index) { showChapter(index); });
-  connect(webView(), &QWebEngineView::titleChanged, this, [this](const QString& title) {
-    if (chapter_ >= 0 && !title.trimmed().isEmpty() && !title.startsWith(QLatin1String("file:")) &&
-        !title.endsWith(QLatin1String(".xhtml")) && !title.endsWith(QLatin1String(".html")))
-      contents_->setItemText(chapter_, title.trimmed());
-  });
+  if (web()) {
+    web()->onTitleChanged = [this](const QString& title) {
+      if (chapter_ >= 0 && !title.trimmed().isEmpty() &&
+          !title.startsWith(QLatin1String("file:")) && !title.endsWith(QLatin1String(".xhtml")) &&
+          !title.endsWith(QLatin1String(".html")))
+        contents_->setItemText(chapter_, title.trimmed());
+    };
+  }
   if (chapters_.empty()) {
     // A broken book shows nothing to read, and says so.
     updatePaging(0, 0);
-    webView()->setHtml(
-        QStringLiteral("<p style='font-family:sans-serif'>%1</p>")
-            .arg(QString::fromStdString(localizedString("Failure")).toHtmlEscaped()));
+    if (web())
+      web()->setHtml(QStringLiteral("<p style='font-family:sans-serif'>%1</p>")
+                         .arg(QString::fromStdString(localizedString("Failure")).toHtmlEscaped()));
     return;
   }
   showChapter(0);
@@ -59,13 +61,12 @@ void EpubView::showChapter(int index) {
   chapter_ = index;
   contents_->setCurrentIndex(index);
   updatePaging(index, static_cast<int>(chapters_.size()));
-  setLoaded(false);
   std::string relative = chapters_[static_cast<std::size_t>(index)];
   const auto hash = relative.find('#');
   QUrl url = QUrl::fromLocalFile(
       QString::fromStdString((std::filesystem::path(folder_) / relative.substr(0, hash)).string()));
   if (hash != std::string::npos) url.setFragment(QString::fromStdString(relative.substr(hash + 1)));
-  webView()->load(url);
+  load(url);
 }
 
 }  // namespace harbor::gui

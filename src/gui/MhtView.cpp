@@ -3,7 +3,6 @@
 #include <QAction>
 #include <QPointer>
 #include <QToolBar>
-#include <QWebEngineView>
 
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
@@ -75,10 +74,9 @@ void MhtView::showPage(const std::string& data, const std::string& mimeType,
   url.setPath(path);
   QByteArray mime = QByteArray::fromStdString(mimeType.empty() ? "text/html" : mimeType);
   if (!encoding.empty()) mime += "; charset=" + QByteArray::fromStdString(encoding);
-  mhtSchemeHandler()->setRootContent(url, QByteArray::fromStdString(data), mime);
+  MhtSchemeHandler::shared().setRootContent(url, QByteArray::fromStdString(data), mime);
   rootUrl_ = url;
-  setLoaded(false);
-  webView()->load(url);
+  load(url);
 }
 
 }  // namespace harbor::gui

@@ -2,23 +2,16 @@
 
 #include <unistd.h>
 #include <QAction>
-#include <QBuffer>
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLibrary>
 #include <QLineEdit>
 #include <QMimeDatabase>
-#include <QMutexLocker>
+#include <QOpenGLContext>
 #include <QToolBar>
 #include <QVBoxLayout>
-#include <QWebEngineFindTextResult>
-#include <QWebEngineProfile>
-#include <QWebEngineSettings>
-#include <QWebEngineUrlRequestInfo>
-#include <QWebEngineUrlRequestJob>
-#include <QWebEngineUrlScheme>
-#include <QWebEngineView>
 #include <filesystem>
 
 #include "app/HarborFileManagerController.h"
@@ -30,9 +23,15 @@
 #include "gui/MhtView.h"
 #include "gui/PdfView.h"
 #include "gui/Screens.h"
+#include "platform/Log.h"
 #include "platform/Strings.h"
 #include "viewers/mht/MhtFormatParser.h"
 #include "viewers/mht/MhtURLProtocol.h"
+
+QT_BEGIN_NAMESPACE
+// Qt's own hook for the context every shared context derives from.
+Q_GUI_EXPORT void qt_gl_set_global_share_context(QOpenGLContext* context);
+QT_END_NAMESPACE
 
 namespace harbor::gui {
 
@@ -47,16 +46,6 @@ std::atomic<int> served{0};
 }  // namespace
 
 void registerViewerSchemes() {
-  static bool done = false;
-  if (done) return;
-  done = true;
-  QWebEngineUrlScheme scheme(MhtURLProtocol::kScheme);
-  scheme.setSyntax(QWebEngineUrlScheme::Syntax::Path);
-  scheme.setFlags(QWebEngineUrlScheme::SecureScheme | QWebEngineUrlScheme::LocalScheme |
-                  QWebEngineUrlScheme::LocalAccessAllowed);
-  QWebEngineUrlScheme::registerScheme(scheme);
-  // Web views in widgets share GL contexts with the window.
-  QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
   MhtURLProtocol::registerMhtProtocol();
 }
 
@@ -69,33 +58,58 @@ void disableWebSandboxForRoot() {
   }
 }
 
-// ---- remote blocking ----------------------------------------------------------------------
+// ---- the engine's plugin ------------------------------------------------------------------
 
-void RemoteBlocker::interceptRequest(QWebEngineUrlRequestInfo& info) {
-  const QUrl url = info.requestUrl();
-  {
-    QMutexLocker lock(&mutex_);
-    requested_ << url.toString();
-  }
-  const QString scheme = url.scheme().toLower();
-  const bool remote = scheme == QLatin1String("http") || scheme == QLatin1String("https") ||
-                      scheme == QLatin1String("ws") || scheme == QLatin1String("wss") ||
-                      scheme == QLatin1String("ftp");
-  if (remote && !allowRemote_) {
-    info.block(true);
-    if (blocked_++ == 0) {
-      QMetaObject::invokeMethod(
-          this, [this] { emit remoteBlocked(); }, Qt::QueuedConnection);
-    }
-  }
+namespace {
+// Where the plugin lies beside the program: installed, and in the build tree
+// (programs in bin/ and bench/ alike).
+QStringList pluginCandidates() {
+  QStringList out;
+  const QByteArray forced = qgetenv("HARBOR_WEB_PLUGIN");
+  if (!forced.isEmpty()) out << QString::fromLocal8Bit(forced);
+  const QString dir = QCoreApplication::applicationDirPath();
+  out << dir + QStringLiteral("/" HARBOR_WEB_PLUGIN_RELATIVE "/" HARBOR_WEB_PLUGIN_NAME)
+      << dir + QStringLiteral("/../lib/harbor/" HARBOR_WEB_PLUGIN_NAME);
+  return out;
 }
 
-QStringList RemoteBlocker::requested() const {
-  QMutexLocker lock(&mutex_);
-  return requested_;
+WebEngine* loadWebEngine() {
+  // What the engine does when linked in, done only now: pages share one
+  // OpenGL context with the windows that show them.
+  if (!QOpenGLContext::globalShareContext()) {
+    auto* context = new QOpenGLContext(QCoreApplication::instance());
+    context->create();
+    qt_gl_set_global_share_context(context);
+  }
+  for (const QString& path : pluginCandidates()) {
+    if (!QFileInfo::exists(path)) continue;
+    QLibrary library(path);
+    library.setLoadHints(QLibrary::PreventUnloadHint);
+    auto entry = reinterpret_cast<WebEngineEntry>(library.resolve(kWebEngineEntryName));
+    if (!entry) {
+      HB_LOG("WebPageView", library.errorString().toStdString());
+      continue;
+    }
+    return entry(MhtURLProtocol::kScheme,
+                 [](const QUrl& url) { return MhtSchemeHandler::shared().resolve(url); });
+  }
+  HB_LOG("WebPageView",
+         "no web engine plugin beside " + QCoreApplication::applicationDirPath().toStdString());
+  return nullptr;
+}
+}  // namespace
+
+WebEngine* webEngine() {
+  static WebEngine* engine = loadWebEngine();
+  return engine;
 }
 
 // ---- web archive scheme -------------------------------------------------------------------
+
+MhtSchemeHandler& MhtSchemeHandler::shared() {
+  static MhtSchemeHandler handler;
+  return handler;
+}
 
 void MhtSchemeHandler::setRootContent(const QUrl& url, const QByteArray& data,
                                       const QByteArray& mimeType) {
@@ -106,13 +120,9 @@ int MhtSchemeHandler::servedCount() {
   return served;
 }
 
-void MhtSchemeHandler::requestStarted(QWebEngineUrlRequestJob* job) {
-  const QUrl url = job->requestUrl();
+WebSchemeReply MhtSchemeHandler::resolve(const QUrl& url) {
   MhtURLRequest request{url.toString().toStdString(), std::nullopt};
-  if (!MhtURLProtocol::canInitWithRequest(request)) {
-    job->fail(QWebEngineUrlRequestJob::UrlInvalid);
-    return;
-  }
+  if (!MhtURLProtocol::canInitWithRequest(request)) return {};
   QByteArray mime;
   const QString key = url.toString(QUrl::RemoveFragment | QUrl::RemoveQuery);
   if (auto at = roots_.constFind(key); at != roots_.constEnd()) {
@@ -135,30 +145,9 @@ void MhtSchemeHandler::requestStarted(QWebEngineUrlRequestJob* job) {
   }
   MhtURLProtocol protocol;
   const MhtURLProtocol::Loading loading = protocol.startLoading(request);
-  if (!loading.data) {
-    job->fail(QWebEngineUrlRequestJob::UrlNotFound);
-    return;
-  }
-  auto* buffer = new QBuffer(job);
-  buffer->setData(QByteArray::fromStdString(*loading.data));
+  if (!loading.data) return {};
   ++served;
-  job->reply(mime.isEmpty() ? QByteArray("application/octet-stream") : mime, buffer);
-}
-
-QWebEngineProfile* viewerProfile() {
-  static QWebEngineProfile* profile = [] {
-    // Off the record: a viewer leaves no cache or cookies behind.
-    auto* p = new QWebEngineProfile(QCoreApplication::instance());
-    p->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
-    p->installUrlSchemeHandler(MhtURLProtocol::kScheme, mhtSchemeHandler());
-    return p;
-  }();
-  return profile;
-}
-
-MhtSchemeHandler* mhtSchemeHandler() {
-  static MhtSchemeHandler* handler = new MhtSchemeHandler(QCoreApplication::instance());
-  return handler;
+  return {true, QByteArray::fromStdString(*loading.data), mime};
 }
 
 // ---- the view -----------------------------------------------------------------------------
@@ -181,6 +170,14 @@ WebPageView::WebPageView(std::vector<std::string> files, std::size_t current, QW
   showFile(current < files_.size() ? current : 0);
 }
 
+WebPageView::~WebPageView() {
+  // The surface is a child and outlives this part of the object.
+  if (!web_) return;
+  web_->onLoadFinished = nullptr;
+  web_->onTitleChanged = nullptr;
+  web_->onRemoteBlocked = nullptr;
+}
+
 void WebPageView::build() {
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
@@ -188,22 +185,21 @@ void WebPageView::build() {
   toolbar_ = new QToolBar(this);
   toolbar_->setObjectName(QStringLiteral("viewerToolbar"));
   layout->addWidget(toolbar_);
-  web_ = new QWebEngineView(this);
-  web_->setObjectName(QStringLiteral("webView"));
-  auto* page = new QWebEnginePage(viewerProfile(), web_);
-  blocker_ = new RemoteBlocker(page);
-  page->setUrlRequestInterceptor(blocker_);
-  // Remote requests reach the blocker, which holds them until the user asks.
-  page->settings()->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, true);
-  web_->setPage(page);
-  layout->addWidget(web_, 1);
+  if (WebEngine* engine = webEngine()) {
+    web_ = engine->createSurface(this);
+    web_->widget()->setObjectName(QStringLiteral("webView"));
+    layout->addWidget(web_->widget(), 1);
+  } else {
+    auto* missing = new QLabel(loc("Failure"), this);
+    missing->setAlignment(Qt::AlignCenter);
+    layout->addWidget(missing, 1);
+  }
 
   remote_ = new QAction(loc("Load remote content"), this);
   remote_->setObjectName(QStringLiteral("loadRemote"));
   remote_->setToolTip(loc("This page asked for content on the network; it was not loaded."));
   remote_->setVisible(false);
   connect(remote_, &QAction::triggered, this, &WebPageView::allowRemote);
-  connect(blocker_, &RemoteBlocker::remoteBlocked, this, [this] { remote_->setVisible(true); });
 
   findField_ = new QLineEdit(this);
   findField_->setObjectName(QStringLiteral("findField"));
@@ -211,10 +207,13 @@ void WebPageView::build() {
   findField_->setClearButtonEnabled(true);
   findField_->setMaximumWidth(240);
   connect(findField_, &QLineEdit::returnPressed, this, [this] { find(findField_->text()); });
-  connect(web_, &QWebEngineView::loadFinished, this, [this](bool ok) {
-    loaded_ = true;
-    emit pageLoaded(ok);
-  });
+  if (web_) {
+    web_->onRemoteBlocked = [this] { remote_->setVisible(true); };
+    web_->onLoadFinished = [this](bool ok) {
+      loaded_ = true;
+      emit pageLoaded(ok);
+    };
+  }
   auto* spacer = new QWidget(toolbar_);
   spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
   toolbar_->addWidget(spacer);
@@ -254,19 +253,21 @@ void WebPageView::showFile(std::size_t index) {
   const QString path = qs(files_[index]);
   setProperty("crumb", MainWindow::crumbFor(files_[index]));
   updatePaging(static_cast<int>(index), static_cast<int>(files_.size()));
-  web_->load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+  load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+}
+
+void WebPageView::load(const QUrl& url) {
+  loaded_ = false;
+  if (web_) web_->load(url);
 }
 
 void WebPageView::find(const QString& text, bool backwards) {
-  QWebEnginePage::FindFlags flags;
-  if (backwards) flags |= QWebEnginePage::FindBackward;
-  web_->page()->findText(text, flags, [this](const QWebEngineFindTextResult& result) {
-    findMatches_ = result.numberOfMatches();
-  });
+  if (web_) web_->findText(text, backwards, [this](int matches) { findMatches_ = matches; });
 }
 
 void WebPageView::allowRemote() {
-  blocker_->setAllowRemote(true);
+  if (!web_) return;
+  web_->setAllowRemote(true);
   remote_->setVisible(false);
   web_->reload();
 }
