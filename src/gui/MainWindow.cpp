@@ -5,6 +5,7 @@
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QHBoxLayout>
+#include <QMenu>
 #include <QPointer>
 #include <QPushButton>
 #include <QScreen>
@@ -13,6 +14,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <filesystem>
+#include <utility>
 
 #include "gui/EditorView.h"
 #include "gui/QtScreenPort.h"
@@ -145,9 +147,12 @@ quintptr controllerId(const std::shared_ptr<ViewController>& root) {
 void MainWindow::showRootScreen(std::shared_ptr<ViewController> root) {
   QWidget* page = isRootShown(root) ? nullptr : makeRootPage(root);
   if (page && page->property("coversWindow").toBool()) {
-    uncover();
+    removeCovers();
     layers_->addWidget(page);
     layers_->setCurrentWidget(page);
+    for (QWidget* widget : QApplication::topLevelWidgets())
+      if (widget->isVisible() && isOwnWindow(widget)) hold(widget);
+    qApp->installEventFilter(this);
     // Nothing of what lies under the cover shows, not even in the title or
     // a notice.
     setWindowTitle(QApplication::applicationDisplayName());
@@ -202,16 +207,55 @@ QWidget* MainWindow::cover() const {
   return isCovered() ? layers_->currentWidget() : nullptr;
 }
 
-void MainWindow::uncover() {
+bool MainWindow::isOwnWindow(const QWidget* widget) const {
+  if (widget == this || !widget->isWindow()) return false;
+  for (const QWidget* up = widget->parentWidget(); up; up = up->parentWidget())
+    if (up == this) return true;
+  return false;
+}
+
+void MainWindow::hold(QWidget* widget) {
+  // A menu is a passing choice: it closes. A dialog comes back as it was.
+  if (qobject_cast<QMenu*>(widget)) {
+    widget->close();
+    return;
+  }
+  if (!held_.contains(widget)) held_ << widget;
+  widget->hide();
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Show && isCovered() && watched->isWidgetType()) {
+    auto* widget = static_cast<QWidget*>(watched);
+    // Hidden once its showing is done: hiding inside the show is undone by it.
+    if (isOwnWindow(widget))
+      QTimer::singleShot(0, widget, [this, widget] {
+        if (isCovered()) hold(widget);
+      });
+  }
+  return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::removeCovers() {
   while (layers_->count() > 1) {
     QWidget* page = layers_->widget(layers_->count() - 1);
     layers_->removeWidget(page);
     page->hide();
     page->deleteLater();
   }
+}
+
+void MainWindow::uncover() {
+  const bool wasCovered = isCovered();
+  removeCovers();
   layers_->setCurrentIndex(0);
   statusBar()->show();
   refreshChrome();
+  if (!wasCovered) return;
+  qApp->removeEventFilter(this);
+  const auto held = std::exchange(held_, {});
+  for (const QPointer<QWidget>& widget : held)
+    if (widget) widget->show();
 }
 
 bool MainWindow::canOpen(ScreenRoute route) {

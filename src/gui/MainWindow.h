@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QLabel>
+#include <QList>
 #include <QMainWindow>
+#include <QPointer>
 #include <QStackedWidget>
 #include <QToolButton>
 #include <memory>
@@ -61,6 +63,7 @@ class MainWindow : public QMainWindow {
  protected:
   void closeEvent(QCloseEvent* event) override;
   void changeEvent(QEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void goBack();
@@ -71,6 +74,12 @@ class MainWindow : public QMainWindow {
   void continueQuit();
 
   void uncover();
+  void removeCovers();
+  // Dialogs and menus of this window wait hidden while it is covered, those
+  // that open meanwhile too: nothing of what lies underneath shows or takes
+  // an answer before the password.
+  bool isOwnWindow(const QWidget* widget) const;
+  void hold(QWidget* widget);
   bool isRootShown(const std::shared_ptr<ViewController>& root) const;
   QWidget* makeRootPage(const std::shared_ptr<ViewController>& root);
   void installRoot(QWidget* page);
@@ -81,6 +90,7 @@ class MainWindow : public QMainWindow {
   QLabel* crumb_;
   QLabel* notice_;
   bool quitting_ = false;
+  QList<QPointer<QWidget>> held_;
 };
 
 // The root until the file browser lands: says plainly what is there.

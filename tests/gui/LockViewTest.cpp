@@ -1,5 +1,7 @@
 // The lock screen over the window, driven as a user would, offscreen.
 #include <QApplication>
+#include <QDialog>
+#include <QPushButton>
 #include <QStatusBar>
 #include <QTest>
 #include <QToolButton>
@@ -101,6 +103,13 @@ TEST_F(LockViewTest, AnEditorUnderTheLockKeepsItsUnsavedTextAndPlace) {
   const QString typed = editor->textWidget()->toPlainText();
   ASSERT_TRUE(typed.contains(QLatin1String("unsaved")));
   const int depth = window.depth();
+  // A question of the editor's is open when the window goes.
+  QtScreenPort port(editor);
+  int answer = -1;
+  port.showAlert(ScreenAlert{7, "", "Keep the tide table?", {"No", "Yes"}, {}, "", ""},
+                 [&](int button, const std::vector<std::string>&) { answer = button; });
+  auto* before = window.findChild<QDialog*>(QStringLiteral("alert7"));
+  ASSERT_TRUE(before && before->isVisible());
 
   // A password set meanwhile; minimising is leaving for the background.
   LoginPasswordUtil::saveLocalPassword("tide");
@@ -108,6 +117,13 @@ TEST_F(LockViewTest, AnEditorUnderTheLockKeepsItsUnsavedTextAndPlace) {
   QApplication::processEvents();
   ASSERT_NE(lock(), nullptr) << "going to the background locks";
   EXPECT_FALSE(editor->isVisible());
+  // Neither that question nor one asked under the lock shows over it.
+  EXPECT_FALSE(before->isVisible());
+  port.showAlert(ScreenAlert{8, "", "Saved elsewhere", {"OK"}, {}, "", ""}, nullptr);
+  QApplication::processEvents();
+  auto* during = window.findChild<QDialog*>(QStringLiteral("alert8"));
+  ASSERT_NE(during, nullptr);
+  EXPECT_FALSE(during->isVisible());
   EXPECT_FALSE(window.windowTitle().contains(QLatin1String("notes")));
   // Editor shortcuts do not reach a hidden editor.
   QTest::keyClick(&window, Qt::Key_Left, Qt::AltModifier);
@@ -124,6 +140,10 @@ TEST_F(LockViewTest, AnEditorUnderTheLockKeepsItsUnsavedTextAndPlace) {
   EXPECT_EQ(editor->textWidget()->toPlainText(), typed);
   EXPECT_TRUE(window.windowTitle().contains(QLatin1String("notes")));
   EXPECT_EQ(test::readFile(root() / "notes.txt"), "first line\n") << "nothing was saved";
+  // The questions are back, and still take their answer.
+  ASSERT_TRUE(before->isVisible() && during->isVisible());
+  before->findChild<QPushButton*>(QStringLiteral("button1"))->click();
+  EXPECT_TRUE(QTest::qWaitFor([&] { return answer == 1; }, 5000));
 }
 
 TEST_F(LockViewTest, AFileGivenAtALockedStartOpensUnderTheLock) {
