@@ -265,7 +265,11 @@ std::optional<std::u16string> DetectorCharacter::detectorForCharArray(const char
 }
 
 bool DetectorCharacter::readsAsUtf8(std::string_view data) {
-  if (!utf8WithNonAscii(sample(data))) return false;
+  return readsAsUtf8(data, data);
+}
+
+bool DetectorCharacter::readsAsUtf8(std::string_view head, std::string_view data) {
+  if (!utf8WithNonAscii(sample(head))) return false;
   // The whole must decode, so no sequence may be cut by the end either.
   std::size_t i = 0;
   const auto* p = reinterpret_cast<const unsigned char*>(data.data());

@@ -43,6 +43,9 @@ class DetectorCharacter {
   // sample is UTF-8 holding non-ASCII and the whole is valid UTF-8. Lets a
   // caller reason about the text from the bytes without decoding them.
   static bool readsAsUtf8(std::string_view data);
+  // The same for `whole` when the sample is taken from `head` instead: a
+  // caller that changed only whole ASCII lines of the bytes keeps the answer.
+  static bool readsAsUtf8(std::string_view head, std::string_view whole);
 
   // What the editor loads with: no default candidate, and a cancelled thread
   // stops between candidates. On success outEncoding gets the name used;

@@ -7,6 +7,9 @@
 #include <system_error>
 
 #include "encoding/DetectorCharacter.h"
+#include "encoding/EncodingUtil.h"
+#include "encoding/FileBytes.h"
+#include "encoding/StringEncodings.h"
 #include "filemanager/FilePropertyCopyURLS.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Cancellation.h"
@@ -140,7 +143,24 @@ std::string MhtFormatParser::parser() {
   }
   std::string encoding;
   std::optional<std::u16string> decoded;
-  if (!allAscii) decoded = DetectorCharacter::detectorWithData(_data, &encoding);
+  if (!allAscii && !_spools.empty()) {
+    // The bodies set aside were whole lines of ASCII. UTF-8 reads the rest
+    // the same without them; for another charset the guess could turn on
+    // the missing letters, so the archive is read whole after all.
+    if (DetectorCharacter::readsAsUtf8(_fileHead, _data)) {
+      decoded =
+          StringEncodings::decode(_data, EncodingUtil::convertStringToNSStringEncoding("UTF-8"));
+      encoding = "UTF-8";
+    } else {
+      removeSpools();
+      _spools.clear();
+      _spoolToken.clear();
+      std::optional<FileBytes> whole = FileBytes::read(_fileURL);
+      if (!whole) return {};
+      _data.assign(whole->view());
+    }
+  }
+  if (!allAscii && !decoded) decoded = DetectorCharacter::detectorWithData(_data, &encoding);
   if (decoded) {
     _encodingName = encoding;
     setText(std::move(*decoded));
@@ -158,6 +178,12 @@ std::string MhtFormatParser::parser() {
 
   if (!findReturnCode()) return {};
   parserText(text);
+  if (_claimedSpools != _spools.size()) {
+    // A damaged archive whose parts the reading bounded otherwise than the
+    // parser: a body set aside would be read as something else, so the
+    // archive is read whole instead.
+    return parseWholeFile();
+  }
   // The archive's text is not needed once the parts hold their bodies.
   text = {};
   std::u16string().swap(_textHolder);
@@ -369,6 +395,7 @@ void MhtFormatParser::parserText(std::u16string_view part) {
   } else if (file->_encoding == MhtFile::kEncodingBase64) {
     std::u16string_view rest;
     if (const Spool* spool = spoolOfBody(body, &rest)) {
+      ++_claimedSpools;
       file->_spoolPath = spool->path;
       file->_size = spool->size;
       if (const std::string more = atob(rest); !more.empty()) {
@@ -387,6 +414,27 @@ void MhtFormatParser::parserText(std::u16string_view part) {
   }
   retypeOctetStream(*file);
   _files.push_back(std::move(file));
+}
+
+std::string MhtFormatParser::parseWholeFile() {
+  std::optional<FileBytes> whole = FileBytes::read(_fileURL);
+  if (!whole) return {};
+  auto again = instanceWithData(std::string(whole->view()));
+  const std::string root = again->parser();
+  _alternative = again->_alternative;
+  _mode = again->_mode;
+  _returnCode = std::move(again->_returnCode);
+  _returnCode2 = std::move(again->_returnCode2);
+  _files = std::move(again->_files);
+  _rootFile = std::move(again->_rootFile);
+  _encodingName = std::move(again->_encodingName);
+  _start = std::move(again->_start);
+  _subject = std::move(again->_subject);
+  _boundary = std::move(again->_boundary);
+  _originalURISpec = std::move(again->_originalURISpec);
+  _boundaryStack = std::move(again->_boundaryStack);
+  _tempRootPath = std::move(again->_tempRootPath);
+  return root;
 }
 
 void MhtFormatParser::retypeOctetStream(MhtFile& file) const {

@@ -73,12 +73,17 @@ class MhtFormatParser : public CodeFormatParser {
     void feed(std::string_view text, std::string& out);
     // The bytes of a last, unfinished group.
     void finish(std::string& out);
+    // The letters of the unfinished group, to decode later with what follows.
+    std::string unfinished() const;
 
    private:
     int quad_[4] = {0, 0, 0, 0};
     int n_ = 0;
   };
 
+  // Where bodies start going to disk; tests and fuzzing lower it so that
+  // small archives take the disk path too.
+  std::size_t _minSpooledBody = kMinSpooledBody;
   bool _alternative = false;
   std::int64_t _mode = 0;
   std::vector<std::shared_ptr<MhtFile>> _files;
@@ -121,10 +126,16 @@ class MhtFormatParser : public CodeFormatParser {
   // `rest` is what follows the marker.
   const Spool* spoolOfBody(std::u16string_view body, std::u16string_view* rest) const;
   void removeSpools();
+  // Parses the archive file from memory and takes on the result.
+  std::string parseWholeFile();
 
+  // The archive's first bytes as they are on disk: the charset is told from
+  // them, as it would be from the whole text.
+  std::string _fileHead;
   std::string _spoolFolder;
   std::string _spoolToken;
   std::vector<Spool> _spools;
+  std::size_t _claimedSpools = 0;
 
   std::u16string _textHolder;
   std::string _tempRootPath;

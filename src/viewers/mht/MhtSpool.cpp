@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "encoding/DetectorCharacter.h"
 #include "filemanager/FilePropertyCopyURLS.h"
 #include "filemanager/FileUtil.h"
 #include "platform/Cancellation.h"
@@ -43,16 +44,18 @@ std::u16string widen(std::string_view bytes) {
   return out;
 }
 
+constexpr const char* kAlphabet =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
+
 }  // namespace
 
 void MhtFormatParser::Base64Stream::feed(std::string_view text, std::string& out) {
   static const auto table = [] {
     std::array<std::int8_t, 256> t{};
     t.fill(-1);
-    const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    for (int i = 0; i < 64; ++i)
-      t[static_cast<unsigned char>(alphabet[i])] = static_cast<std::int8_t>(i);
-    t[static_cast<unsigned char>('=')] = 64;
+    // "=" is the 65th letter: it ends a group early.
+    for (int i = 0; i < 65; ++i)
+      t[static_cast<unsigned char>(kAlphabet[i])] = static_cast<std::int8_t>(i);
     return t;
   }();
   for (unsigned char ch : text) {
@@ -78,6 +81,12 @@ void MhtFormatParser::Base64Stream::finish(std::string& out) {
       out += static_cast<char>(((quad_[1] & 15) << 4) | (quad_[2] >> 2));
   }
   n_ = 0;
+}
+
+std::string MhtFormatParser::Base64Stream::unfinished() const {
+  std::string out;
+  for (int i = 0; i < n_; ++i) out += kAlphabet[quad_[i]];
+  return out;
 }
 
 namespace {
@@ -111,6 +120,8 @@ bool MhtFormatParser::readSpooled(const std::string& path) {
   _spoolFolder = mhtTempDirectory() + "/.spool-" + detail::makeUUID();
   _spoolToken = "\x01" + detail::makeUUID() + ":";
   _spools.clear();
+  _claimedSpools = 0;
+  _fileHead.clear();
 
   // The line end is the archive's first, as the parser will find it.
   std::string rc;
@@ -154,7 +165,10 @@ bool MhtFormatParser::readSpooled(const std::string& path) {
   };
   auto endBase64 = [&]() {
     if (spool.file) {
-      decoder.finish(spool.buffer);
+      // A group the run left unfinished is decoded with what follows the
+      // marker, as the whole body would have been: atob skips whatever is
+      // no base64 between its letters.
+      const std::string carried = decoder.unfinished();
       spool.write(true);
       const bool failed = spool.failed || std::fclose(spool.file) != 0;
       spool.file = nullptr;
@@ -163,6 +177,7 @@ bool MhtFormatParser::readSpooled(const std::string& path) {
         ok = false;
       }
       skeleton += _spoolToken + std::to_string(_spools.size()) + rc;
+      if (!carried.empty()) skeleton += carried + rc;
       _spools.push_back({spool.path, spool.size});
       spool = SpoolWriter{};
     } else {
@@ -186,7 +201,7 @@ bool MhtFormatParser::readSpooled(const std::string& path) {
           return;
         }
         pending += line;
-        if (pending.size() < kMinSpooledBody) return;
+        if (pending.size() < _minSpooledBody) return;
         if (!FileUtil::createFolder(_spoolFolder)) {
           ok = false;
           return;
@@ -237,6 +252,8 @@ bool MhtFormatParser::readSpooled(const std::string& path) {
     }
     if (n == 0) break;
     std::string_view chunk(buffer.data(), static_cast<std::size_t>(n));
+    if (_fileHead.size() < DetectorCharacter::kSampleSize)
+      _fileHead.append(chunk.substr(0, DetectorCharacter::kSampleSize - _fileHead.size()));
     while (!chunk.empty() && ok) {
       const std::size_t nl = chunk.find('\n');
       if (nl == std::string_view::npos) {
