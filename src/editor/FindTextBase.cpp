@@ -22,6 +22,14 @@
 #include "platform/Log.h"
 
 namespace harbor {
+namespace {
+
+std::string asciiNeedle(const FindTextOptions& options);
+std::optional<std::u16string> readProjectFile(const std::string& path,
+                                              const FindTextOptions& options,
+                                              std::string_view needle, Error* error);
+
+}  // namespace
 
 // ---- FindTextBase ------------------------------------------------------------------
 
@@ -36,11 +44,16 @@ FindTextBase::~FindTextBase() {
 
 void FindTextBase::initQueue() {
   queue = std::make_unique<OperationQueue>(kMaxWorkers, "FindText");
+  resetItemBudget();
   std::weak_ptr<FindTextBase> weak = weak_from_this();
   cancelObserver_ = NotificationCenter::defaultCenter().addObserver(
       FileFindReplaceCancelNotification, [weak](const NotificationCenter::Notification&) {
         if (auto self = weak.lock()) self->cancel();
       });
+}
+
+void FindTextBase::resetItemBudget() {
+  budget_ = std::make_unique<ItemMemoryBudget>(FindTextInString::itemMemoryLimit());
 }
 
 void FindTextBase::cancel() {
@@ -79,19 +92,21 @@ void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t t
   std::lock_guard lock(mutex_);
   if (error) {
     _error = *error;
+    // The hits of all texts share one memory budget: once it is spent the
+    // whole search stops.
+    if (FindTextInString::isTooManyItemsError(*error)) stopFullLocked();
     return;
   }
   if (items.empty() || full_) return;
   findResultNumber += items.size();
-  if (findResultNumber > FindTextInString::itemMemoryLimit() / sizeof(FindTextItem)) {
-    // Every text was within bounds but together they are not: stop all.
-    full_ = true;
-    _error = FindTextInString::tooManyItemsError();
-    cancelled_ = true;
-    if (queue) queue->cancelAllOperations();
-  }
   if (!_tagResults.count(tag)) _resultsObjects.push_back(tag);
   _tagResults[tag] = std::move(items);
+}
+
+void FindTextBase::stopFullLocked() {
+  full_ = true;
+  cancelled_ = true;
+  if (queue) queue->cancelAllOperations();
 }
 
 // ---- workers ------------------------------------------------------------------------
@@ -130,8 +145,8 @@ void FindTextOperationBase::report(std::u16string_view text, const Error* readEr
     return;
   }
   Error error;
-  std::vector<FindTextItem> items =
-      FindTextInString::findTextItems(text, *_findTextOptions, &error);
+  std::vector<FindTextItem> items = FindTextInString::findTextItems(
+      text, *_findTextOptions, &error, _findTextDelegate->itemBudget());
   if (!error.message.empty()) {
     _findTextDelegate->onFinished({}, _tag, &error);
     return;
@@ -152,10 +167,9 @@ void FileTextInStringsOperation::main() {
   report(_source, nullptr, false);
 }
 
-void FileTextInProjectOperation::main() {
+void FileTextInProjectOperation::searchFile(const std::string& path, std::string_view needle) {
   Error error;
-  std::optional<std::u16string> text =
-      FileTextInProject::readFileText(_filePath, *_findTextOptions, &error);
+  std::optional<std::u16string> text = readProjectFile(path, *_findTextOptions, needle, &error);
   if (!text) {
     if (!error.message.empty()) report({}, &error, true);
     return;
@@ -163,9 +177,25 @@ void FileTextInProjectOperation::main() {
   report(*text, nullptr, true);
 }
 
+void FileTextInProjectOperation::main() {
+  const std::string needle = asciiNeedle(*_findTextOptions);
+  if (!_files) {
+    searchFile(_filePath, needle);
+    return;
+  }
+  // Takes the next file until none is left; tags are indexes into the list.
+  while (!isCancelled()) {
+    const std::size_t i = _nextFile->fetch_add(1, std::memory_order_relaxed);
+    if (i >= _files->size()) break;
+    _tag = static_cast<std::int64_t>(i);
+    searchFile((*_files)[i], needle);
+  }
+}
+
 // ---- FindTextInStrings --------------------------------------------------------------
 
 void FindTextInStrings::execute() {
+  resetItemBudget();
   if (_findTextOptions) {
     // Workers share the options read-only from here on.
     FindTextInString::markWordBoundaries(*_findTextOptions);
@@ -213,20 +243,25 @@ const std::vector<FindTextItem>* FindTextInStrings::firstFindResult() const {
 // ---- FileTextInProject --------------------------------------------------------------
 
 void FileTextInProject::execute() {
-  if (_findTextOptions) {
+  resetItemBudget();
+  if (_findTextOptions && !_files.empty() && !isCurrentThreadCancelled()) {
     FindTextInString::markWordBoundaries(*_findTextOptions);
-    for (std::size_t i = 0; i < _files.size(); ++i) {
-      if (isCurrentThreadCancelled()) break;
-      const auto tag = static_cast<std::int64_t>(i);
-      {
-        std::lock_guard lock(mutex_);
-        _tagSource[tag] = _files[i];
+    {
+      std::lock_guard lock(mutex_);
+      for (std::size_t i = 0; i < _files.size(); ++i) {
+        _tagSource.emplace_hint(_tagSource.end(), static_cast<std::int64_t>(i), _files[i]);
       }
+    }
+    // A queued worker per file costs more than searching a small file: the
+    // workers instead take the files in turn from one counter.
+    nextFile_.store(0);
+    const std::size_t workers = std::min<std::size_t>(kMaxWorkers, _files.size());
+    for (std::size_t w = 0; w < workers; ++w) {
       auto worker = std::make_shared<FileTextInProjectOperation>();
       worker->_findTextOptions = _findTextOptions;
       worker->_findTextDelegate = this;
-      worker->_tag = tag;
-      worker->_filePath = _files[i];
+      worker->_files = &_files;
+      worker->_nextFile = &nextFile_;
       if (!addWorker(std::move(worker))) break;
     }
   }
@@ -251,43 +286,12 @@ const std::vector<FindTextItem>* FileTextInProject::firstFindResult() const {
 namespace {
 
 // The needle as bytes when a file's raw bytes can rule a hit out: an exact,
-// literal search for plain ASCII. Empty otherwise.
-// The literal run a regular expression's every match starts with: its
-// leading letters, digits, "_" and spaces, when no "|" outside a group or
-// class can offer another start. A unit followed by a quantifier may be
-// absent, so the run stops before it.
-std::u16string regexPrefix(std::u16string_view p) {
-  if (p.starts_with(u"\\b")) p.remove_prefix(2);
-  int depth = 0;
-  bool inClass = false;
-  for (std::size_t i = 0; i < p.size(); ++i) {
-    const char16_t c = p[i];
-    if (c == u'\\') {
-      ++i;
-    } else if (inClass) {
-      if (c == u']') inClass = false;
-    } else if (c == u'[') {
-      inClass = true;
-    } else if (c == u'(') {
-      ++depth;
-    } else if (c == u')') {
-      --depth;
-    } else if (c == u'|' && depth <= 0) {
-      return {};
-    }
-  }
-  std::size_t n = 0;
-  while (n < p.size() && p[n] < 0x80 &&
-         (std::isalnum(static_cast<unsigned char>(p[n])) || p[n] == u'_' || p[n] == u' ')) {
-    ++n;
-  }
-  if (n < p.size() && (p[n] == u'*' || p[n] == u'?' || p[n] == u'{') && n > 0) --n;
-  return std::u16string(p.substr(0, n));
-}
-
+// literal search for plain ASCII, or the literal start of a regular
+// expression. Empty otherwise.
 std::string asciiNeedle(const FindTextOptions& options) {
   if (options._findString.empty()) return {};
-  const std::u16string prefix = options._isRegex ? regexPrefix(options._findString) : u"";
+  const std::u16string prefix =
+      options._isRegex ? FindTextInString::regexLiteralStart(options._findString) : u"";
   const std::u16string_view needle = options._isRegex ? prefix : options._findString;
   if (needle.empty()) return {};
   std::string out;
@@ -405,14 +409,52 @@ bool widenAscii(std::string_view data, std::u16string& out) {
   return true;
 }
 
-// Small files are read in one call: mapping them costs more than copying.
+// Files are read into one buffer per worker thread, grown as needed and
+// never cleared: a search opens tens of thousands of small files. Past
+// kReadLimit a file is mapped instead: copying it costs more.
+constexpr std::size_t kFirstRead = 256 * 1024;
 constexpr std::size_t kReadLimit = 1 << 20;
+
+struct ReadBuffer {
+  std::unique_ptr<char[]> bytes;
+  std::size_t capacity = 0;
+  void reserve(std::size_t size, std::size_t keep) {
+    if (capacity >= size) return;
+    auto grown = std::make_unique_for_overwrite<char[]>(size);
+    if (keep) std::memcpy(grown.get(), bytes.get(), keep);
+    bytes = std::move(grown);
+    capacity = size;
+  }
+};
+
+// Reads until `want` bytes are in or the file ends; -1 on an error.
+ssize_t readUpTo(int fd, char* into, std::size_t want) {
+  std::size_t got = 0;
+  while (got < want) {
+    const ssize_t n = ::read(fd, into + got, want - got);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return -1;
+    if (n == 0) break;
+    got += static_cast<std::size_t>(n);
+    // A regular file reads short only at its end: no call to learn that.
+    if (got < want) break;
+  }
+  return static_cast<ssize_t>(got);
+}
 
 }  // namespace
 
 std::optional<std::u16string> FileTextInProject::readFileText(const std::string& path,
                                                               const FindTextOptions& options,
                                                               Error* error) {
+  return readProjectFile(path, options, asciiNeedle(options), error);
+}
+
+namespace {
+
+std::optional<std::u16string> readProjectFile(const std::string& path,
+                                              const FindTextOptions& options,
+                                              std::string_view needle, Error* error) {
   // O_NOFOLLOW: a link is not followed, it may lead out of the tree or round
   // in a loop.
   const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
@@ -422,56 +464,56 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
     }
     return std::nullopt;
   }
-  struct stat st {};
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+  auto fail = [&](int code) -> std::optional<std::u16string> {
     ::close(fd);
+    // A folder is no file to search, not a failure.
+    if (code != EISDIR && error) *error = cannotReadError(path, std::strerror(code));
     return std::nullopt;
-  }
-  // One buffer per worker thread, grown as needed and never cleared: a
-  // search opens tens of thousands of small files.
-  thread_local std::unique_ptr<char[]> buffer;
-  thread_local std::size_t capacity = 0;
+  };
+  thread_local ReadBuffer buffer;
+  buffer.reserve(kFirstRead, 0);
+  // Most files end within the first read, which then tells their size
+  // without a stat.
+  ssize_t n = readUpTo(fd, buffer.bytes.get(), kFirstRead);
+  if (n < 0) return fail(errno);
   std::optional<FileBytes> mapped;
-  std::string_view data;
-  const auto size = static_cast<std::size_t>(st.st_size);
-  if (size <= kReadLimit) {
-    // One byte more than the size tells a file that grew since fstat.
-    if (capacity < size + 1) {
-      capacity = std::max<std::size_t>(size + 1, 64 * 1024);
-      buffer = std::make_unique_for_overwrite<char[]>(capacity);
+  std::string_view data(buffer.bytes.get(), static_cast<std::size_t>(n));
+  if (static_cast<std::size_t>(n) == kFirstRead) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+      ::close(fd);
+      return std::nullopt;
     }
-    std::size_t got = 0;
-    while (got < size + 1) {
-      const ssize_t n = ::read(fd, buffer.get() + got, size + 1 - got);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) {
-        if (error) *error = cannotReadError(path, std::strerror(errno));
-        ::close(fd);
-        return std::nullopt;
-      }
-      if (n == 0) break;
-      got += static_cast<std::size_t>(n);
+    const auto size = static_cast<std::size_t>(st.st_size);
+    bool whole = false;
+    if (size <= kReadLimit) {
+      // One byte more than the size tells a file that grew since fstat.
+      buffer.reserve(size + 1, kFirstRead);
+      const ssize_t more = size + 1 > kFirstRead ? readUpTo(fd, buffer.bytes.get() + kFirstRead,
+                                                            size + 1 - kFirstRead)
+                                                 : 0;
+      if (more < 0) return fail(errno);
+      const std::size_t got = kFirstRead + static_cast<std::size_t>(more);
+      whole = got <= size;
+      data = std::string_view(buffer.bytes.get(), got);
     }
-    ::close(fd);
-    if (got > size) {
+    if (!whole) {
+      ::close(fd);
       mapped = FileBytes::read(path, error);
       if (!mapped) return std::nullopt;
       data = mapped->view();
     } else {
-      data = std::string_view(buffer.get(), got);
+      ::close(fd);
     }
   } else {
     ::close(fd);
-    mapped = FileBytes::read(path, error);
-    if (!mapped) return std::nullopt;
-    data = mapped->view();
   }
-  if (data.substr(0, kBinarySniff).find('\0') != std::string_view::npos) return std::nullopt;
+  if (data.substr(0, FileTextInProject::kBinarySniff).find('\0') != std::string_view::npos)
+    return std::nullopt;
 
   if (options._isAutoEncoding || options._encodingName.empty()) {
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
-    const std::string needle = asciiNeedle(options);
     if (!needle.empty() && !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
                                                       : containsBytes(data, needle))) {
       if (isAscii(data)) return std::nullopt;
@@ -488,4 +530,5 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
       data, EncodingUtil::convertStringToNSStringEncoding(options._encodingName));
 }
 
+}  // namespace
 }  // namespace harbor

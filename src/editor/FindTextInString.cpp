@@ -5,6 +5,7 @@
 #include <unicode/utf16.h>
 
 #include <algorithm>
+#include <cctype>
 #include <climits>
 #include <cstring>
 #include <memory>
@@ -145,11 +146,16 @@ std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
 }
 
 // Makes the items of one search in source order. Hits whose shown lines fall
-// in the same stretch of the source share one copy of it, and the memory the
-// items take is counted against the item memory limit.
+// in the same stretch of the source share one copy of it. Every allocation
+// the items make is charged to the budget as it happens; what the builder
+// took is given back unless the caller keeps the items (release()).
 class ItemBuilder {
  public:
-  explicit ItemBuilder(std::u16string_view source) : source_(source) {}
+  ItemBuilder(std::u16string_view source, ItemMemoryBudget& budget)
+      : source_(source), budget_(budget) {}
+  ~ItemBuilder() { budget_.give(taken_); }
+  ItemBuilder(const ItemBuilder&) = delete;
+  ItemBuilder& operator=(const ItemBuilder&) = delete;
 
   FindTextItem make(TextRange range) {
     FindTextItem item;
@@ -161,27 +167,68 @@ class ItemBuilder {
       // A long line is copied a stretch ahead, so the hits after this one
       // on it point into the same copy.
       const std::size_t stretchEnd = std::max(end, lineEnd(source_, end, kStretch));
+      // The copy and its control block; a copy that fails the budget is
+      // still made for this one hit, which add() then refuses.
+      if (!take((stretchEnd - start) * sizeof(char16_t) + kSharedOverhead)) full_ = true;
       stretch_ = std::make_shared<const std::u16string>(source_.substr(start, stretchEnd - start));
       stretchStart_ = start;
-      bytes_ += stretch_->size() * sizeof(char16_t);
     }
     item._showedText = SharedText(stretch_, start - stretchStart_, end - start);
-    bytes_ += sizeof(FindTextItem);
     return item;
   }
-  // Counts a hit's replacement; false once the hits are over their budget.
-  bool keep(const FindTextItem& item) {
-    bytes_ += item._replacedText.size() * sizeof(char16_t);
-    return bytes_ <= limit_;
+
+  // Appends a made item; false (leaving `items` as it was) once the hits are
+  // over their budget.
+  bool add(std::vector<FindTextItem>& items, FindTextItem&& item) {
+    if (full_) return false;
+    // A replacement longer than the string's own storage is a block of its own.
+    if (item._replacedText.capacity() > kInlineUnits &&
+        !take((item._replacedText.capacity() + 1) * sizeof(char16_t))) {
+      full_ = true;
+      return false;
+    }
+    if (items.size() == items.capacity() && !grow(items)) return false;
+    items.push_back(std::move(item));
+    return true;
   }
+
+  // The caller keeps the items and with them what they are charged.
+  void release() { taken_ = 0; }
 
  private:
   static constexpr std::size_t kStretch = 1 << 16;
+  static inline const std::size_t kInlineUnits = std::u16string().capacity();
+  static constexpr std::size_t kSharedOverhead = 32;
+
+  bool take(std::size_t bytes) {
+    if (!budget_.take(bytes)) return false;
+    taken_ += bytes;
+    return true;
+  }
+
+  // Grows the list by hand: while it moves, the old block and the new one
+  // are both held, and both are charged.
+  bool grow(std::vector<FindTextItem>& items) {
+    const std::size_t old = items.capacity();
+    std::size_t wanted = std::max<std::size_t>(64, old * 2);
+    while (!take(wanted * sizeof(FindTextItem))) {
+      // Near the limit the list grows by smaller steps before it gives up.
+      const std::size_t step = (wanted - old) / 2;
+      if (step < std::max<std::size_t>(16, old / 16)) return false;
+      wanted = old + step;
+    }
+    items.reserve(wanted);
+    budget_.give(old * sizeof(FindTextItem));
+    taken_ -= old * sizeof(FindTextItem);
+    return true;
+  }
+
   std::u16string_view source_;
+  ItemMemoryBudget& budget_;
+  std::size_t taken_ = 0;
+  bool full_ = false;
   std::shared_ptr<const std::u16string> stretch_;
   std::size_t stretchStart_ = 0;
-  std::size_t bytes_ = 0;
-  std::size_t limit_ = FindTextInString::itemMemoryLimit();
 };
 
 std::string withArgument(const char* key, std::string_view argument) {
@@ -269,9 +316,30 @@ RegexOutcome regexSearch(std::u16string_view source, std::u16string_view pattern
   const int64_t length = static_cast<int64_t>(source.size());
   int64_t from = 0;
   RegexMatchResult result;
+  // Where every match starts with a literal run, the run's occurrences are
+  // the only places worth trying: found eight units at a time, each tried
+  // with an anchored match, instead of the matcher stepping through every
+  // position itself.
+  const std::u16string start =
+      ignoreCase ? std::u16string() : FindTextInString::regexLiteralStart(pattern);
+  std::size_t tried = 0;
+  auto findFrom = [&](int64_t at) {
+    if (start.empty()) return static_cast<bool>(matcher->find(at, status));
+    for (auto next = static_cast<std::size_t>(at);;) {
+      next = findUnits(source, start, next);
+      if (next == npos) return false;
+      if (matcher->lookingAt(static_cast<int64_t>(next), status)) return true;
+      if (U_FAILURE(status)) return false;
+      if ((++tried & 0xFFFF) == 0 && isCurrentThreadCancelled()) {
+        status = U_REGEX_STOPPED_BY_CALLER;
+        return false;
+      }
+      ++next;
+    }
+  };
   while (from <= length) {
     status = U_ZERO_ERROR;
-    if (!matcher->find(from, status)) break;
+    if (!findFrom(from)) break;
     result.ranges.clear();
     for (int32_t g = 0; g <= groups; ++g) {
       const int64_t s = matcher->start64(g, status), e = matcher->end64(g, status);
@@ -351,6 +419,18 @@ Error FindTextInString::tooManyItemsError() {
                localizedString("FindTooManyResults")};
 }
 
+bool FindTextInString::isTooManyItemsError(const Error& error) {
+  return error.domain == kFindTextErrorDomain && error.code == U_BUFFER_OVERFLOW_ERROR;
+}
+
+bool ItemMemoryBudget::take(std::size_t bytes) {
+  std::size_t used = used_.load(std::memory_order_relaxed);
+  do {
+    if (bytes > limit_ || used > limit_ - bytes) return false;
+  } while (!used_.compare_exchange_weak(used, used + bytes, std::memory_order_relaxed));
+  return true;
+}
+
 void FindTextInString::setItemMemoryLimit(std::size_t bytes) {
   itemMemoryLimit_.store(bytes);
 }
@@ -427,8 +507,15 @@ std::vector<RegexMatchResult> FindTextInString::findTextWithRegex(std::u16string
 
 std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
                                                           FindTextOptions& options, Error* error) {
+  ItemMemoryBudget budget(itemMemoryLimit());
+  return findTextItems(source, options, error, budget);
+}
+
+std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
+                                                          FindTextOptions& options, Error* error,
+                                                          ItemMemoryBudget& budget) {
   std::vector<FindTextItem> items;
-  ItemBuilder builder(source);
+  ItemBuilder builder(source, budget);
   if (options._isRegex) {
     // Items are built as the matches come, not from a list of all matches
     // first: that list alone would double the memory of a search with
@@ -442,30 +529,58 @@ std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view so
                                                  item._replacedText = replacementStringForResult(
                                                      m, source, 0, options._replaceString);
                                                }
-                                               if (!builder.keep(item)) return false;
-                                               items.push_back(std::move(item));
-                                               return true;
+                                               return builder.add(items, std::move(item));
                                              });
     if (outcome == RegexOutcome::Stopped && error) *error = tooManyItemsError();
     if (outcome != RegexOutcome::Done) return {};
+    builder.release();
     return items;
   }
   bool full = false;
   literalSearch(source, options, [&](TextRange range) {
     FindTextItem item = builder.make(range);
     item._replacedText = options._replaceString;
-    if (!builder.keep(item)) {
+    if (!builder.add(items, std::move(item))) {
       full = true;
       return false;
     }
-    items.push_back(std::move(item));
     return true;
   });
   if (full) {
     if (error) *error = tooManyItemsError();
     return {};
   }
+  builder.release();
   return items;
+}
+
+std::u16string FindTextInString::regexLiteralStart(std::u16string_view p) {
+  if (p.starts_with(u"\\b")) p.remove_prefix(2);
+  int depth = 0;
+  bool inClass = false;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    const char16_t c = p[i];
+    if (c == u'\\') {
+      ++i;
+    } else if (inClass) {
+      if (c == u']') inClass = false;
+    } else if (c == u'[') {
+      inClass = true;
+    } else if (c == u'(') {
+      ++depth;
+    } else if (c == u')') {
+      --depth;
+    } else if (c == u'|' && depth <= 0) {
+      return {};
+    }
+  }
+  std::size_t n = 0;
+  while (n < p.size() && p[n] < 0x80 &&
+         (std::isalnum(static_cast<unsigned char>(p[n])) || p[n] == u'_' || p[n] == u' ')) {
+    ++n;
+  }
+  if (n < p.size() && (p[n] == u'*' || p[n] == u'?' || p[n] == u'{') && n > 0) --n;
+  return std::u16string(p.substr(0, n));
 }
 
 std::vector<std::u16string> FindTextInString::findTextItems(std::u16string_view source,
