@@ -25,9 +25,20 @@ namespace harbor {
 namespace {
 
 std::string asciiNeedle(const FindTextOptions& options);
-std::optional<std::u16string> readProjectFile(const std::string& path,
-                                              const FindTextOptions& options,
-                                              std::string_view needle, Error* error);
+
+// A file as a search takes it: plain ASCII may stay as its bytes (`ascii`,
+// in the worker's read buffer or in `mapped`), other text is decoded.
+struct ProjectFile {
+  std::optional<FileBytes> mapped;
+  std::string_view ascii;
+  std::u16string text;
+  bool isAscii = false;
+};
+
+// False when there is nothing to search: unreadable (`error` set), binary,
+// undecodable, or ruled out by `needle`.
+bool readProjectFile(const std::string& path, const FindTextOptions& options,
+                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error);
 
 }  // namespace
 
@@ -135,6 +146,36 @@ std::size_t countNewLines(std::u16string_view text) {
   return count;
 }
 
+std::size_t countNewLines(std::string_view text) {
+  std::size_t count = 0, i = 0;
+  const char* p = text.data();
+#if defined(__SSE2__)
+  const __m128i nl = _mm_set1_epi8('\n');
+  for (; i + 16 <= text.size(); i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    count += static_cast<std::size_t>(
+        __builtin_popcount(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, nl)))));
+  }
+#endif
+  for (; i < text.size(); ++i) count += p[i] == '\n';
+  return count;
+}
+
+// Tags the items and, where asked, numbers their lines in one pass.
+template <class Char>
+void tagItems(std::vector<FindTextItem>& items, std::basic_string_view<Char> text, std::int64_t tag,
+              bool countLines) {
+  std::size_t line = 1, at = 0;
+  for (auto& item : items) {
+    item._tag = tag;
+    if (!countLines) continue;
+    const std::size_t to = std::min(item._range.location, text.size());
+    line += countNewLines(text.substr(at, to - at));
+    at = to;
+    item._lineNumber = line;
+  }
+}
+
 }  // namespace
 
 void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
@@ -151,15 +192,7 @@ void FindTextOperationBase::report(std::u16string_view text, const Error* readEr
     _findTextDelegate->onFinished({}, _tag, &error);
     return;
   }
-  std::size_t line = 1, at = 0;
-  for (auto& item : items) {
-    item._tag = _tag;
-    if (!countLines) continue;
-    const std::size_t to = std::min(item._range.location, text.size());
-    line += countNewLines(text.substr(at, to - at));
-    at = to;
-    item._lineNumber = line;
-  }
+  tagItems(items, text, _tag, countLines);
   _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
 }
 
@@ -168,13 +201,35 @@ void FileTextInStringsOperation::main() {
 }
 
 void FileTextInProjectOperation::searchFile(const std::string& path, std::string_view needle) {
+  if (!_findTextDelegate) return;
+  // Reused from file to file, and with it the storage of a decoded text up
+  // to a size worth keeping.
+  thread_local ProjectFile file;
+  struct Done {
+    ProjectFile& file;
+    ~Done() {
+      file.mapped.reset();
+      if (file.text.capacity() > (std::size_t{4} << 20)) std::u16string().swap(file.text);
+    }
+  } done{file};
   Error error;
-  std::optional<std::u16string> text = readProjectFile(path, *_findTextOptions, needle, &error);
-  if (!text) {
+  const bool keepAscii = !_findTextOptions->_isRegex;
+  if (!readProjectFile(path, *_findTextOptions, needle, keepAscii, file, &error)) {
     if (!error.message.empty()) report({}, &error, true);
     return;
   }
-  report(*text, nullptr, true);
+  if (!file.isAscii) {
+    report(file.text, nullptr, true);
+    return;
+  }
+  std::vector<FindTextItem> items = FindTextInString::findTextItemsInAscii(
+      file.ascii, *_findTextOptions, &error, _findTextDelegate->itemBudget());
+  if (!error.message.empty()) {
+    _findTextDelegate->onFinished({}, _tag, &error);
+    return;
+  }
+  tagItems(items, file.ascii, _tag, true);
+  _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
 }
 
 void FileTextInProjectOperation::main() {
@@ -447,14 +502,17 @@ ssize_t readUpTo(int fd, char* into, std::size_t want) {
 std::optional<std::u16string> FileTextInProject::readFileText(const std::string& path,
                                                               const FindTextOptions& options,
                                                               Error* error) {
-  return readProjectFile(path, options, asciiNeedle(options), error);
+  ProjectFile file;
+  if (!readProjectFile(path, options, asciiNeedle(options), false, file, error)) {
+    return std::nullopt;
+  }
+  return std::move(file.text);
 }
 
 namespace {
 
-std::optional<std::u16string> readProjectFile(const std::string& path,
-                                              const FindTextOptions& options,
-                                              std::string_view needle, Error* error) {
+bool readProjectFile(const std::string& path, const FindTextOptions& options,
+                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error) {
   // O_NOFOLLOW: a link is not followed, it may lead out of the tree or round
   // in a loop.
   const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
@@ -462,13 +520,13 @@ std::optional<std::u16string> readProjectFile(const std::string& path,
     if (errno != ENOENT && errno != ELOOP && error) {
       *error = cannotReadError(path, std::strerror(errno));
     }
-    return std::nullopt;
+    return false;
   }
-  auto fail = [&](int code) -> std::optional<std::u16string> {
+  auto fail = [&](int code) {
     ::close(fd);
     // A folder is no file to search, not a failure.
     if (code != EISDIR && error) *error = cannotReadError(path, std::strerror(code));
-    return std::nullopt;
+    return false;
   };
   thread_local ReadBuffer buffer;
   buffer.reserve(kFirstRead, 0);
@@ -476,13 +534,15 @@ std::optional<std::u16string> readProjectFile(const std::string& path,
   // without a stat.
   ssize_t n = readUpTo(fd, buffer.bytes.get(), kFirstRead);
   if (n < 0) return fail(errno);
-  std::optional<FileBytes> mapped;
+  file.isAscii = false;
+  file.mapped.reset();
+  std::optional<FileBytes>& mapped = file.mapped;
   std::string_view data(buffer.bytes.get(), static_cast<std::size_t>(n));
   if (static_cast<std::size_t>(n) == kFirstRead) {
     struct stat st {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
       ::close(fd);
-      return std::nullopt;
+      return false;
     }
     const auto size = static_cast<std::size_t>(st.st_size);
     bool whole = false;
@@ -500,7 +560,7 @@ std::optional<std::u16string> readProjectFile(const std::string& path,
     if (!whole) {
       ::close(fd);
       mapped = FileBytes::read(path, error);
-      if (!mapped) return std::nullopt;
+      if (!mapped) return false;
       data = mapped->view();
     } else {
       ::close(fd);
@@ -508,26 +568,40 @@ std::optional<std::u16string> readProjectFile(const std::string& path,
   } else {
     ::close(fd);
   }
-  if (data.substr(0, FileTextInProject::kBinarySniff).find('\0') != std::string_view::npos)
-    return std::nullopt;
+  if (data.substr(0, FileTextInProject::kBinarySniff).find('\0') != std::string_view::npos) {
+    return false;
+  }
 
   if (options._isAutoEncoding || options._encodingName.empty()) {
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
     if (!needle.empty() && !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
                                                       : containsBytes(data, needle))) {
-      if (isAscii(data)) return std::nullopt;
+      if (isAscii(data)) return false;
       // Text read as UTF-8 holds an exact ASCII needle only where its bytes
       // do. Ignoring case, other characters fold to ASCII letters (the Kelvin
       // sign; a sharp s for "ss" in a pattern), so such files are decoded.
-      if (!options._isCaseSensitive && DetectorCharacter::readsAsUtf8(data)) return std::nullopt;
+      if (!options._isCaseSensitive && DetectorCharacter::readsAsUtf8(data)) return false;
     }
-    std::u16string text;
-    if (widenAscii(data, text)) return text;
-    return DetectorCharacter::detectorWithData(data, nullptr);
+    if (keepAscii) {
+      if (isAscii(data)) {
+        file.ascii = data;
+        file.isAscii = true;
+        return true;
+      }
+    } else if (widenAscii(data, file.text)) {
+      return true;
+    }
+    std::optional<std::u16string> text = DetectorCharacter::detectorWithData(data, nullptr);
+    if (!text) return false;
+    file.text = std::move(*text);
+    return true;
   }
-  return StringEncodings::decodeAsChosen(
+  std::optional<std::u16string> text = StringEncodings::decodeAsChosen(
       data, EncodingUtil::convertStringToNSStringEncoding(options._encodingName));
+  if (!text) return false;
+  file.text = std::move(*text);
+  return true;
 }
 
 }  // namespace

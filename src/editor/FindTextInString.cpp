@@ -115,14 +115,62 @@ std::size_t findUnits(std::u16string_view hay, std::u16string_view needle, std::
   return npos;
 }
 
+// findUnits over ASCII bytes: sixteen positions at a time.
+std::size_t findBytes(std::string_view hay, std::string_view needle, std::size_t from) {
+  const std::size_t m = needle.size(), n = hay.size();
+  if (m == 0 || from > n || n - from < m) return npos;
+  const char* h = hay.data();
+  const std::size_t lastStart = n - m;
+  std::size_t i = from;
+  auto confirm = [&](std::size_t at) {
+    return m <= 2 || std::memcmp(h + at + 1, needle.data() + 1, m - 2) == 0;
+  };
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
+  while (i + 16 <= lastStart + 1) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (confirm(i + bit)) return i + bit;
+      mask &= mask - 1;
+    }
+    i += 16;
+  }
+#endif
+  for (; i <= lastStart; ++i) {
+    if (h[i] == needle.front() && h[i + m - 1] == needle.back() && confirm(i)) return i;
+  }
+  return npos;
+}
+
+std::size_t findIn(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
+  return findUnits(hay, needle, from);
+}
+std::size_t findIn(std::string_view hay, std::string_view needle, std::size_t from) {
+  return findBytes(hay, needle, from);
+}
+
+// ASCII letters to lower case, the whole of case folding for ASCII text.
+void foldInto(std::string_view in, std::string& out) {
+  out.resize(in.size());
+  for (std::size_t i = 0; i < in.size(); ++i) {
+    const char c = in[i];
+    out[i] = static_cast<char>(c + (static_cast<unsigned char>(c - 'A') < 26u ? 32 : 0));
+  }
+}
+
 // Start of the line holding `location`, looking back at most `limit` units;
 // a longer line starts at the limit (never inside a surrogate pair).
-std::size_t lineStart(std::u16string_view s, std::size_t location, std::size_t limit) {
+template <class Char>
+std::size_t lineStart(std::basic_string_view<Char> s, std::size_t location, std::size_t limit) {
   location = std::min(location, s.size());
   if (location == 0) return 0;
   const std::size_t lower = limit >= location ? 0 : location - limit;
   for (std::size_t i = location; i > lower; --i) {
-    if (s[i - 1] == u'\n') return i;
+    if (s[i - 1] == Char('\n')) return i;
   }
   if (lower > 0 && lower < s.size() && U16_IS_TRAIL(s[lower]) && U16_IS_LEAD(s[lower - 1])) {
     return lower + 1;
@@ -132,12 +180,13 @@ std::size_t lineStart(std::u16string_view s, std::size_t location, std::size_t l
 
 // End of the line holding `end` (the offset of its "\n"), looking ahead at
 // most `limit` units.
-std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
+template <class Char>
+std::size_t lineEnd(std::basic_string_view<Char> s, std::size_t end, std::size_t limit) {
   if (end >= s.size()) return end;
   const std::size_t upper = (limit >= s.size() - end) ? s.size() : end + limit;
   const auto* begin = s.data() + end;
   const auto* stop = s.data() + upper;
-  const auto* nl = std::find(begin, stop, u'\n');
+  const auto* nl = std::find(begin, stop, Char('\n'));
   if (nl != stop) return static_cast<std::size_t>(nl - s.data());
   if (upper < s.size() && upper > end && U16_IS_LEAD(s[upper - 1]) && U16_IS_TRAIL(s[upper])) {
     return upper - 1;
@@ -149,9 +198,10 @@ std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
 // in the same stretch of the source share one copy of it. Every allocation
 // the items make is charged to the budget as it happens; what the builder
 // took is given back unless the caller keeps the items (release()).
+template <class Char>
 class ItemBuilder {
  public:
-  ItemBuilder(std::u16string_view source, ItemMemoryBudget& budget)
+  ItemBuilder(std::basic_string_view<Char> source, ItemMemoryBudget& budget)
       : source_(source), budget_(budget) {}
   ~ItemBuilder() { budget_.give(taken_); }
   ItemBuilder(const ItemBuilder&) = delete;
@@ -170,7 +220,8 @@ class ItemBuilder {
       // The copy and its control block; a copy that fails the budget is
       // still made for this one hit, which add() then refuses.
       if (!take((stretchEnd - start) * sizeof(char16_t) + kSharedOverhead)) full_ = true;
-      stretch_ = std::make_shared<const std::u16string>(source_.substr(start, stretchEnd - start));
+      const auto piece = source_.substr(start, stretchEnd - start);
+      stretch_ = std::make_shared<const std::u16string>(piece.begin(), piece.end());
       stretchStart_ = start;
     }
     item._showedText = SharedText(stretch_, start - stretchStart_, end - start);
@@ -223,7 +274,7 @@ class ItemBuilder {
     return true;
   }
 
-  std::u16string_view source_;
+  std::basic_string_view<Char> source_;
   ItemMemoryBudget& budget_;
   std::size_t taken_ = 0;
   bool full_ = false;
@@ -240,27 +291,48 @@ std::string withArgument(const char* key, std::string_view argument) {
 // Runs a literal search, calling `onHit` for each hit that passes the word
 // test; `onHit` returns false to stop. False when the search stopped or the
 // thread was cancelled before the end.
-template <class OnHit>
-bool literalSearch(std::u16string_view source, const FindTextOptions& options, OnHit&& onHit) {
+// Runs a literal search, calling `onHit` for each hit that passes the word
+// test; `onHit` returns false to stop. False when the search stopped or the
+// thread was cancelled before the end. The source is UTF-16, or ASCII text
+// as bytes: there a needle that holds (after folding) a unit past ASCII
+// cannot occur.
+template <class Char, class OnHit>
+bool literalSearch(std::basic_string_view<Char> source, const FindTextOptions& options,
+                   OnHit&& onHit) {
   const std::u16string_view needle = options._findString;
   if (source.empty() || needle.empty() || needle.size() > source.size()) return true;
-  std::u16string foldedSource, foldedNeedle;
-  std::u16string_view hay = source, pattern = needle;
+  std::u16string foldedNeedle;
+  std::u16string_view wide = needle;
+  if (options._isCaseSensitive) {
+    foldInto(needle, foldedNeedle);
+    wide = foldedNeedle;
+  }
+  std::basic_string<Char> pattern;
+  if constexpr (sizeof(Char) == 1) {
+    for (char16_t c : wide) {
+      if (c >= 0x80) return true;
+      pattern += static_cast<char>(c);
+    }
+  } else {
+    pattern.assign(wide);
+  }
+  std::basic_string<Char> foldedSource;
+  std::basic_string_view<Char> hay = source;
   if (options._isCaseSensitive) {
     foldInto(source, foldedSource);
-    foldInto(needle, foldedNeedle);
     hay = foldedSource;
-    pattern = foldedNeedle;
   }
   std::size_t from = 0;
   while (from < hay.size()) {
-    const std::size_t at = findUnits(hay, pattern, from);
+    const std::size_t at = findIn(hay, pattern, from);
     if (at == npos) break;
     const TextRange range{at, pattern.size()};
     bool take = true;
     if (options._isMatchWord) {
-      const char16_t before = FindTextInString::getPreviousChar(source, range.location);
-      const char16_t after = FindTextInString::getNextChar(source, range.end() - 1);
+      // The units either side, 0 where there is none.
+      const auto before = static_cast<char16_t>(at > 0 ? source[at - 1] : 0);
+      const auto after =
+          static_cast<char16_t>(range.end() < source.size() ? source[range.end()] : 0);
       take = !(before && isWordUnit(before)) && !(after && isWordUnit(after));
     }
     if (take && !onHit(range)) return false;
@@ -469,7 +541,7 @@ std::vector<FindRangeObject> FindTextInString::findText(std::u16string_view sour
                                                         const RangeBlock& block) {
   std::vector<FindRangeObject> results;
   const std::size_t maxRanges = itemMemoryLimit() / sizeof(FindRangeObject);
-  literalSearch(source, options, [&](TextRange range) {
+  literalSearch<char16_t>(source, options, [&](TextRange range) {
     if (results.size() >= maxRanges) {
       if (error) *error = tooManyItemsError();
       return false;
@@ -505,6 +577,33 @@ std::vector<RegexMatchResult> FindTextInString::findTextWithRegex(std::u16string
   return matches;
 }
 
+namespace {
+
+template <class Char>
+std::vector<FindTextItem> literalItems(std::basic_string_view<Char> source,
+                                       const FindTextOptions& options, Error* error,
+                                       ItemMemoryBudget& budget) {
+  std::vector<FindTextItem> items;
+  ItemBuilder<Char> builder(source, budget);
+  bool full = false;
+  literalSearch<Char>(source, options, [&](TextRange range) {
+    FindTextItem item = builder.make(range);
+    item._replacedText = options._replaceString;
+    if (!builder.add(items, std::move(item))) {
+      full = true;
+      return false;
+    }
+    return true;
+  });
+  if (full) {
+    if (error) *error = FindTextInString::tooManyItemsError();
+    return {};
+  }
+  builder.release();
+  return items;
+}
+}  // namespace
+
 std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
                                                           FindTextOptions& options, Error* error) {
   ItemMemoryBudget budget(itemMemoryLimit());
@@ -514,9 +613,9 @@ std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view so
 std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
                                                           FindTextOptions& options, Error* error,
                                                           ItemMemoryBudget& budget) {
-  std::vector<FindTextItem> items;
-  ItemBuilder builder(source, budget);
   if (options._isRegex) {
+    std::vector<FindTextItem> items;
+    ItemBuilder<char16_t> builder(source, budget);
     // Items are built as the matches come, not from a list of all matches
     // first: that list alone would double the memory of a search with
     // millions of hits.
@@ -536,22 +635,14 @@ std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view so
     builder.release();
     return items;
   }
-  bool full = false;
-  literalSearch(source, options, [&](TextRange range) {
-    FindTextItem item = builder.make(range);
-    item._replacedText = options._replaceString;
-    if (!builder.add(items, std::move(item))) {
-      full = true;
-      return false;
-    }
-    return true;
-  });
-  if (full) {
-    if (error) *error = tooManyItemsError();
-    return {};
-  }
-  builder.release();
-  return items;
+  return literalItems<char16_t>(source, options, error, budget);
+}
+
+std::vector<FindTextItem> FindTextInString::findTextItemsInAscii(std::string_view ascii,
+                                                                 const FindTextOptions& options,
+                                                                 Error* error,
+                                                                 ItemMemoryBudget& budget) {
+  return literalItems<char>(ascii, options, error, budget);
 }
 
 std::u16string FindTextInString::regexLiteralStart(std::u16string_view p) {
@@ -599,11 +690,11 @@ std::vector<std::u16string> FindTextInString::findTextItems(std::u16string_view 
 
 std::size_t FindTextInString::findPrevousNewLineOrFirst(std::u16string_view source,
                                                         TextRange range) {
-  return lineStart(source, range.location, npos);
+  return lineStart<char16_t>(source, range.location, npos);
 }
 
 std::size_t FindTextInString::findNextNewLineOrEnd(std::u16string_view source, TextRange range) {
-  return lineEnd(source, range.end(), npos);
+  return lineEnd<char16_t>(source, range.end(), npos);
 }
 
 char16_t FindTextInString::getPreviousChar(std::u16string_view source, std::size_t index) {

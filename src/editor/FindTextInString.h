@@ -161,6 +161,12 @@ class FindTextInString {
   static std::vector<FindTextItem> findTextItems(std::u16string_view source,
                                                  FindTextOptions& options, Error* error,
                                                  ItemMemoryBudget& budget);
+  // A literal search (not a regular expression) over text that is all
+  // ASCII, given as its bytes: the items the search over the same text as
+  // UTF-16 gives, without widening it first.
+  static std::vector<FindTextItem> findTextItemsInAscii(std::string_view ascii,
+                                                        const FindTextOptions& options,
+                                                        Error* error, ItemMemoryBudget& budget);
   // All capture groups of all matches, group 0 first, ignoring case.
   static std::vector<std::u16string> findTextItems(std::u16string_view source,
                                                    std::u16string_view pattern);
