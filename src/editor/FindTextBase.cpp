@@ -35,10 +35,27 @@ struct ProjectFile {
   bool isAscii = false;
 };
 
+// The folder of the last file a worker opened, kept open: files of one
+// folder come in runs, and opening a name in an open folder skips walking
+// the whole path again.
+struct FolderCache {
+  std::string path;
+  int fd = -1;
+  FolderCache() = default;
+  FolderCache(const FolderCache&) = delete;
+  FolderCache& operator=(const FolderCache&) = delete;
+  ~FolderCache() {
+    if (fd >= 0) ::close(fd);
+  }
+  // Opens `path` for reading, through the cached folder where it can.
+  int open(const std::string& file, int flags);
+};
+
 // False when there is nothing to search: unreadable (`error` set), binary,
-// undecodable, or ruled out by `needle`.
+// undecodable, or ruled out by `needle`. `folders` may be null.
 bool readProjectFile(const std::string& path, const FindTextOptions& options,
-                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error);
+                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error,
+                     FolderCache* folders = nullptr);
 
 }  // namespace
 
@@ -219,7 +236,8 @@ void FileTextInProjectOperation::searchFile(const std::string& path, std::string
   } done{file};
   Error error;
   const bool keepAscii = !_findTextOptions->_isRegex;
-  if (!readProjectFile(path, *_findTextOptions, needle, keepAscii, file, &error)) {
+  thread_local FolderCache folders;
+  if (!readProjectFile(path, *_findTextOptions, needle, keepAscii, file, &error, &folders)) {
     if (!error.message.empty()) report({}, &error, true);
     return;
   }
@@ -243,12 +261,17 @@ void FileTextInProjectOperation::main() {
     searchFile(_filePath, needle);
     return;
   }
-  // Takes the next file until none is left; tags are indexes into the list.
+  // Takes the next few files until none is left (neighbours in the list
+  // share a folder); tags are indexes into the list.
+  constexpr std::size_t kRun = 8;
+  const std::size_t count = _files->size();
   while (!isCancelled()) {
-    const std::size_t i = _nextFile->fetch_add(1, std::memory_order_relaxed);
-    if (i >= _files->size()) break;
-    _tag = static_cast<std::int64_t>(i);
-    searchFile((*_files)[i], needle);
+    const std::size_t first = _nextFile->fetch_add(kRun, std::memory_order_relaxed);
+    if (first >= count) break;
+    for (std::size_t i = first; i < std::min(count, first + kRun) && !isCancelled(); ++i) {
+      _tag = static_cast<std::int64_t>(i);
+      searchFile((*_files)[i], needle);
+    }
   }
 }
 
@@ -368,11 +391,31 @@ bool isAsciiLetter(char c) {
   return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
 }
 
+bool isAscii(std::string_view data) {
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  __m128i seen = _mm_setzero_si128();
+  for (; i + 16 <= data.size(); i += 16) {
+    seen = _mm_or_si128(seen, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
+  }
+  if (_mm_movemask_epi8(seen)) return false;
+#endif
+  unsigned char rest = 0;
+  for (; i < data.size(); ++i) rest |= p[i];
+  return !(rest & 0x80);
+}
+
 // Whether ASCII `data` holds `lower` (a lower-case needle) in any case.
 // Candidates come from the first and last byte, sixteen positions at a time.
-bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
+// When it does not, `ascii` tells whether every byte is ASCII, learnt on the
+// same pass.
+bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower, bool& ascii) {
   const std::size_t m = lower.size(), n = data.size();
-  if (m == 0 || n < m) return false;
+  if (m == 0 || n < m) {
+    ascii = isAscii(data);
+    return false;
+  }
   const char* h = data.data();
   const char first = lower.front(), last = lower.back();
   const char firstOr = isAsciiLetter(first) ? 0x20 : 0, lastOr = isAsciiLetter(last) ? 0x20 : 0;
@@ -387,8 +430,11 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
   const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
+  __m128i seen = _mm_setzero_si128();
   for (; i + 16 + m - 1 <= n; i += 16) {
-    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
+    const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    seen = _mm_or_si128(seen, raw);
+    const __m128i a = _mm_or_si128(raw, of);
     const __m128i b =
         _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
     unsigned mask = static_cast<unsigned>(
@@ -399,7 +445,11 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
       mask &= mask - 1;
     }
   }
+  const bool highBit = _mm_movemask_epi8(seen) != 0;
+#else
+  const bool highBit = false;
 #endif
+  ascii = !highBit && isAscii(data.substr(i));
   for (; i + m <= n; ++i) {
     if (static_cast<char>(h[i] | firstOr) == first && confirm(i)) return true;
   }
@@ -408,16 +458,22 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
 
 // Whether `data` holds `needle`: candidates from its first and last byte,
 // sixteen positions at a time, which beats a general substring search on the
-// short needles people type.
-bool containsBytes(std::string_view data, std::string_view needle) {
+// short needles people type. When it does not, `ascii` tells whether every
+// byte is ASCII.
+bool containsBytes(std::string_view data, std::string_view needle, bool& ascii) {
   const std::size_t m = needle.size(), n = data.size();
-  if (m == 0 || n < m) return m == 0;
+  if (m == 0 || n < m) {
+    ascii = isAscii(data);
+    return m == 0;
+  }
   const char* h = data.data();
   std::size_t i = 0;
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
+  __m128i seen = _mm_setzero_si128();
   for (; i + 16 + m - 1 <= n; i += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    seen = _mm_or_si128(seen, a);
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
     unsigned mask = static_cast<unsigned>(
         _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
@@ -427,23 +483,13 @@ bool containsBytes(std::string_view data, std::string_view needle) {
       mask &= mask - 1;
     }
   }
+  const bool highBit = _mm_movemask_epi8(seen) != 0;
+#else
+  const bool highBit = false;
 #endif
-  return ::memmem(h + i, n - i, needle.data(), m) != nullptr;
-}
-
-bool isAscii(std::string_view data) {
-  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
-  std::size_t i = 0;
-#if defined(__SSE2__)
-  __m128i seen = _mm_setzero_si128();
-  for (; i + 16 <= data.size(); i += 16) {
-    seen = _mm_or_si128(seen, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
-  }
-  if (_mm_movemask_epi8(seen)) return false;
-#endif
-  unsigned char rest = 0;
-  for (; i < data.size(); ++i) rest |= p[i];
-  return !(rest & 0x80);
+  if (::memmem(h + i, n - i, needle.data(), m) != nullptr) return true;
+  ascii = !highBit && isAscii(data.substr(i));
+  return false;
 }
 
 // Widens bytes to UTF-16 units; false (with `out` unspecified) when a byte
@@ -516,11 +562,29 @@ std::optional<std::u16string> FileTextInProject::readFileText(const std::string&
 
 namespace {
 
+int FolderCache::open(const std::string& file, int flags) {
+  const std::size_t slash = file.rfind('/');
+  if (slash == std::string::npos || slash == 0 || slash + 1 == file.size()) {
+    return ::open(file.c_str(), flags);
+  }
+  const std::string_view folder(file.data(), slash);
+  if (fd < 0 || folder != path) {
+    if (fd >= 0) ::close(fd);
+    path.assign(folder);
+    fd = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  }
+  // Without the folder the whole path tells the reason.
+  if (fd < 0) return ::open(file.c_str(), flags);
+  return ::openat(fd, file.c_str() + slash + 1, flags);
+}
+
 bool readProjectFile(const std::string& path, const FindTextOptions& options,
-                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error) {
+                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error,
+                     FolderCache* folders) {
   // O_NOFOLLOW: a link is not followed, it may lead out of the tree or round
   // in a loop.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+  const int fd = folders ? folders->open(path, kFlags) : ::open(path.c_str(), kFlags);
   if (fd < 0) {
     if (errno != ENOENT && errno != ELOOP && error) {
       *error = cannotReadError(path, std::strerror(errno));
@@ -580,9 +644,11 @@ bool readProjectFile(const std::string& path, const FindTextOptions& options,
   if (options._isAutoEncoding || options._encodingName.empty()) {
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
-    if (!needle.empty() && !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
-                                                      : containsBytes(data, needle))) {
-      if (isAscii(data)) return false;
+    bool ascii = false;
+    if (!needle.empty() &&
+        !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle, ascii)
+                                   : containsBytes(data, needle, ascii))) {
+      if (ascii) return false;
       // Text read as UTF-8 holds an exact ASCII needle only where its bytes
       // do. Ignoring case, other characters fold to ASCII letters (the Kelvin
       // sign; a sharp s for "ss" in a pattern), so such files are decoded.

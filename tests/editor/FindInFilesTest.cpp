@@ -185,6 +185,8 @@ TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
        "stra\xc3\x9f"
        "e\n"},
       {"empty.txt", ""},
+      // Only a folded character makes the hit, far from either end.
+      {"kelvin.txt", std::string(100, '.') + "\xe2\x84\xaa" + "ey\n" + std::string(100, '.')},
   };
   // Sizes either side of where reading a file changes its way (one read,
   // a grown buffer, a mapping), with hits at the very end.
