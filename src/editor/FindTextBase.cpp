@@ -430,10 +430,12 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower, bo
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
   const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
-  __m128i seen = _mm_setzero_si128();
+  // High bits gather in a general register: a vector one would be spilled
+  // round the confirming call on every block.
+  unsigned high = 0;
   for (; i + 16 + m - 1 <= n; i += 16) {
     const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
-    seen = _mm_or_si128(seen, raw);
+    high |= static_cast<unsigned>(_mm_movemask_epi8(raw));
     const __m128i a = _mm_or_si128(raw, of);
     const __m128i b =
         _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
@@ -445,7 +447,7 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower, bo
       mask &= mask - 1;
     }
   }
-  const bool highBit = _mm_movemask_epi8(seen) != 0;
+  const bool highBit = high != 0;
 #else
   const bool highBit = false;
 #endif
@@ -470,10 +472,12 @@ bool containsBytes(std::string_view data, std::string_view needle, bool& ascii) 
   std::size_t i = 0;
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
-  __m128i seen = _mm_setzero_si128();
+  // High bits gather in a general register: a vector one would be spilled
+  // round the confirming call on every block.
+  unsigned high = 0;
   for (; i + 16 + m - 1 <= n; i += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
-    seen = _mm_or_si128(seen, a);
+    high |= static_cast<unsigned>(_mm_movemask_epi8(a));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
     unsigned mask = static_cast<unsigned>(
         _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
@@ -483,7 +487,7 @@ bool containsBytes(std::string_view data, std::string_view needle, bool& ascii) 
       mask &= mask - 1;
     }
   }
-  const bool highBit = _mm_movemask_epi8(seen) != 0;
+  const bool highBit = high != 0;
 #else
   const bool highBit = false;
 #endif
