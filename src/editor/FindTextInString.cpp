@@ -146,20 +146,52 @@ std::size_t findBytes(std::string_view hay, std::string_view needle, std::size_t
   return npos;
 }
 
-std::size_t findIn(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
-  return findUnits(hay, needle, from);
-}
-std::size_t findIn(std::string_view hay, std::string_view needle, std::size_t from) {
-  return findBytes(hay, needle, from);
+// findBytes ignoring the case of ASCII letters, for a needle already in
+// lower case: no folded copy of the text is made.
+std::size_t findBytesIgnoringCase(std::string_view hay, std::string_view lower, std::size_t from) {
+  const std::size_t m = lower.size(), n = hay.size();
+  if (m == 0 || from > n || n - from < m) return npos;
+  const char* h = hay.data();
+  auto fold = [](char c) {
+    return static_cast<char>(c + (static_cast<unsigned char>(c - 'A') < 26u ? 32 : 0));
+  };
+  auto isLetter = [](char c) { return static_cast<unsigned char>((c | 0x20) - 'a') < 26u; };
+  auto confirm = [&](std::size_t at) {
+    for (std::size_t k = 0; k < m; ++k) {
+      if (fold(h[at + k]) != lower[k]) return false;
+    }
+    return true;
+  };
+  const char first = lower.front(), last = lower.back();
+  // A letter matches either case, which setting the 0x20 bit makes one.
+  const char firstOr = isLetter(first) ? 0x20 : 0, lastOr = isLetter(last) ? 0x20 : 0;
+  const std::size_t lastStart = n - m;
+  std::size_t i = from;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
+  const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
+  while (i + 16 <= lastStart + 1) {
+    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
+    const __m128i b =
+        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (confirm(i + bit)) return i + bit;
+      mask &= mask - 1;
+    }
+    i += 16;
+  }
+#endif
+  for (; i <= lastStart; ++i) {
+    if (confirm(i)) return i;
+  }
+  return npos;
 }
 
-// ASCII letters to lower case, the whole of case folding for ASCII text.
-void foldInto(std::string_view in, std::string& out) {
-  out.resize(in.size());
-  for (std::size_t i = 0; i < in.size(); ++i) {
-    const char c = in[i];
-    out[i] = static_cast<char>(c + (static_cast<unsigned char>(c - 'A') < 26u ? 32 : 0));
-  }
+std::size_t findIn(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
+  return findUnits(hay, needle, from);
 }
 
 // Start of the line holding `location`, looking back at most `limit` units;
@@ -316,15 +348,24 @@ bool literalSearch(std::basic_string_view<Char> source, const FindTextOptions& o
   } else {
     pattern.assign(wide);
   }
+  // UTF-16 is searched in a folded copy; ASCII bytes fold as they are read.
   std::basic_string<Char> foldedSource;
   std::basic_string_view<Char> hay = source;
-  if (options._isCaseSensitive) {
-    foldInto(source, foldedSource);
-    hay = foldedSource;
+  if constexpr (sizeof(Char) == 2) {
+    if (options._isCaseSensitive) {
+      foldInto(source, foldedSource);
+      hay = foldedSource;
+    }
   }
   std::size_t from = 0;
   while (from < hay.size()) {
-    const std::size_t at = findIn(hay, pattern, from);
+    std::size_t at;
+    if constexpr (sizeof(Char) == 1) {
+      at = options._isCaseSensitive ? findBytesIgnoringCase(hay, pattern, from)
+                                    : findBytes(hay, pattern, from);
+    } else {
+      at = findIn(hay, pattern, from);
+    }
     if (at == npos) break;
     const TextRange range{at, pattern.size()};
     bool take = true;
