@@ -198,10 +198,10 @@ class FindTextInString {
   // Lines longer than this show only this much around a hit on each side, so
   // a file that is one huge line cannot make every hit carry all of it.
   static constexpr std::size_t kShowedContext = 256;
-  // Memory the hits of one search may take (about 120 bytes a hit, plus its
-  // replacement; shown lines are shared and bounded by the text itself).
-  // Past it the search stops with tooManyItemsError() rather than exhaust
-  // memory on a pattern that matches nearly everywhere.
+  // Memory the hits of one search may hold, as ItemMemoryBudget counts it
+  // (the texts searched are not counted). Past it the search stops with
+  // tooManyItemsError() rather than exhaust memory on a pattern that matches
+  // nearly everywhere; a search over many texts shares one such limit.
   static constexpr std::size_t kDefaultItemMemoryLimit = std::size_t{512} << 20;
   static void setItemMemoryLimit(std::size_t bytes);
   static std::size_t itemMemoryLimit();
