@@ -3,8 +3,8 @@
 # Debian's kernel source tree (unpacked once into a cache folder): literal,
 # whole-word, case-insensitive and regex searches with matching flags. Each
 # side runs on the warm tree, best of BENCH_RUNS, writing to a file (grep and
-# rg stop early when they see /dev/null). Prints seconds, matching lines and
-# the ratios harbor/grep and harbor/rg.
+# rg stop early when they see /dev/null). Prints wall and CPU (user+sys)
+# seconds, matching lines and the ratios harbor/grep and harbor/rg.
 #   BENCH_RUNS (default 3)   runs per figure
 #   BENCH_TREE               search this folder instead of the kernel tree
 #   BENCH_CACHE              where the tree is unpacked (default /var/tmp/harbor-bench)
@@ -37,39 +37,44 @@ echo "tree: $tree ($(du -sh "$tree" | cut -f1), $(find "$tree" -type f | wc -l) 
 # Warm the page cache so every side reads from memory.
 grep -rIc zzzzzz "$tree" >/dev/null 2>&1 || true
 
-# Best wall time of $runs runs of a command whose output goes to $work/out.
+# Best wall time and best CPU time (user+sys) of $runs runs of a command
+# whose output goes to $work/out; prints "WALL CPU". Both matter on a shared
+# machine: wall shows the cores kept busy, CPU the work done.
 best() {
-  local b="" t s e
+  local bw="" bc="" w c
   for _ in $(seq "$runs"); do
-    s=$(date +%s.%N)
-    "$@" > "$work/out" 2>/dev/null || true
-    e=$(date +%s.%N)
-    t=$(echo "$e - $s" | bc -l)
-    if [ -z "$b" ] || [ "$(echo "$t < $b" | bc -l)" = 1 ]; then b=$t; fi
+    /usr/bin/time -f '%e %U %S' -o "$work/time" "$@" > "$work/out" 2>/dev/null || true
+    read -r w u s < <(tail -1 "$work/time")
+    c=$(echo "$u + $s" | bc -l)
+    if [ -z "$bw" ] || [ "$(echo "$w < $bw" | bc -l)" = 1 ]; then bw=$w; fi
+    if [ -z "$bc" ] || [ "$(echo "$c < $bc" | bc -l)" = 1 ]; then bc=$c; fi
   done
-  echo "$b"
+  echo "$bw $bc"
 }
 
 base=${HARBOR_BASE:-}
 
 row() {
   local label=$1 hflags=$2 gflags=$3 rflags=$4 pattern=$5
-  local th tg tr nh ng nr tb
+  local wh ch wg cg wr cr nh ng nr wb cb
   if [ -n "$base" ]; then
     # shellcheck disable=SC2086
-    tb=$(best "$base" grep $hflags -- "$pattern" "$tree")
+    read -r wb cb < <(best "$base" grep $hflags -- "$pattern" "$tree")
   fi
   # shellcheck disable=SC2086
-  th=$(best "$harbor" grep $hflags -- "$pattern" "$tree"); nh=$(wc -l < "$work/out")
+  read -r wh ch < <(best "$harbor" grep $hflags -- "$pattern" "$tree"); nh=$(wc -l < "$work/out")
   # shellcheck disable=SC2086
-  tg=$(best grep -rnI $gflags -- "$pattern" "$tree"); ng=$(wc -l < "$work/out")
+  read -r wg cg < <(best grep -rnI $gflags -- "$pattern" "$tree"); ng=$(wc -l < "$work/out")
   # shellcheck disable=SC2086
-  tr=$(best rg -n --no-ignore --hidden $rflags -- "$pattern" "$tree"); nr=$(wc -l < "$work/out")
-  printf '%-18s harbor %6.2fs (%7d lines)  grep %6.2fs (%7d)  rg %6.2fs (%7d)  harbor/grep %5.2f  harbor/rg %5.2f\n' \
-    "$label" "$th" "$nh" "$tg" "$ng" "$tr" "$nr" \
-    "$(echo "$th / $tg" | bc -l)" "$(echo "$th / $tr" | bc -l)"
+  read -r wr cr < <(best rg -n --no-ignore --hidden $rflags -- "$pattern" "$tree"); nr=$(wc -l < "$work/out")
+  printf '%-14s wall: harbor %5.2fs grep %5.2fs rg %5.2fs  cpu: harbor %5.2fs grep %5.2fs rg %5.2fs  lines %d/%d/%d\n' \
+    "$label" "$wh" "$wg" "$wr" "$ch" "$cg" "$cr" "$nh" "$ng" "$nr"
+  printf '%-14s harbor/grep wall %5.2f cpu %5.2f   harbor/rg wall %5.2f cpu %5.2f\n' "" \
+    "$(echo "$wh / $wg" | bc -l)" "$(echo "$ch / $cg" | bc -l)" \
+    "$(echo "$wh / $wr" | bc -l)" "$(echo "$ch / $cr" | bc -l)"
   if [ -n "$base" ]; then
-    printf '%-18s base   %6.2fs  harbor/base %5.2f\n' "" "$tb" "$(echo "$th / $tb" | bc -l)"
+    printf '%-14s base wall %5.2fs cpu %5.2fs   harbor/base wall %5.2f cpu %5.2f\n' "" "$wb" "$cb" \
+      "$(echo "$wh / $wb" | bc -l)" "$(echo "$ch / $cb" | bc -l)"
   fi
 }
 

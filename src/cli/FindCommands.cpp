@@ -1,6 +1,12 @@
 // harbor find, replace and grep: the editor's search over one file or a tree.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -16,6 +22,7 @@
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
 #include "encoding/StringEncodings.h"
+#include "filemanager/FilePropertyBase.h"
 #include "platform/FileWrite.h"
 #include "platform/Unicode.h"
 
@@ -176,8 +183,11 @@ struct GrepOptions {
 
 // Every regular file at or below the paths, hidden ones too; links are not
 // followed. Sorted, so the output does not depend on the directory order.
+// Folders are read with the entry types the directory gives, so most
+// entries cost no stat; a folder that may not be read is passed over.
 std::vector<std::string> collectFiles(const std::vector<std::string>& roots, std::string& problem) {
   std::vector<std::string> files;
+  std::vector<std::string> folders;
   for (const std::string& root : roots) {
     std::error_code ec;
     const fs::file_status st = fs::symlink_status(root, ec);
@@ -190,15 +200,28 @@ std::vector<std::string> collectFiles(const std::vector<std::string>& roots, std
       continue;
     }
     if (!fs::is_directory(st)) continue;
-    for (fs::recursive_directory_iterator
-             it(root, fs::directory_options::skip_permission_denied, ec),
-         end;
-         !ec && it != end; it.increment(ec)) {
-      if (it->is_regular_file(ec) && !it->is_symlink(ec)) files.push_back(it->path().string());
-    }
-    if (ec) {
-      problem = root + ": " + ec.message();
-      return {};
+    folders.push_back(root);
+    while (!folders.empty()) {
+      const std::string folder = std::move(folders.back());
+      folders.pop_back();
+      const bool read = detail::scanDirectory(folder, [&](int dirFd, const dirent& e) {
+        unsigned char type = e.d_type;
+        if (type == DT_UNKNOWN) {
+          struct stat entry {};
+          if (::fstatat(dirFd, e.d_name, &entry, AT_SYMLINK_NOFOLLOW) != 0) return true;
+          type = S_ISREG(entry.st_mode) ? DT_REG : S_ISDIR(entry.st_mode) ? DT_DIR : DT_UNKNOWN;
+        }
+        if (type == DT_REG) {
+          files.push_back(detail::joinPath(folder, e.d_name));
+        } else if (type == DT_DIR) {
+          folders.push_back(detail::joinPath(folder, e.d_name));
+        }
+        return true;
+      });
+      if (!read && errno != EACCES && errno != EPERM) {
+        problem = folder + ": " + std::strerror(errno);
+        return {};
+      }
     }
   }
   std::sort(files.begin(), files.end());
@@ -217,7 +240,9 @@ class ReportingProject : public FileTextInProject {
  public:
   std::atomic<std::size_t> errors{0};
   void onFinished(std::vector<FindTextItem> items, std::int64_t tag, const Error* error) override {
-    if (error) {
+    // Running out of room for hits stops the whole search; that is told
+    // once, at the end.
+    if (error && !FindTextInString::isTooManyItemsError(*error)) {
       ++errors;
       warn("grep", error->message);
     }

@@ -22,6 +22,42 @@
 #include "platform/Log.h"
 
 namespace harbor {
+namespace {
+
+std::string asciiNeedle(const FindTextOptions& options);
+
+// A file as a search takes it: plain ASCII may stay as its bytes (`ascii`,
+// in the worker's read buffer or in `mapped`), other text is decoded.
+struct ProjectFile {
+  std::optional<FileBytes> mapped;
+  std::string_view ascii;
+  std::u16string text;
+  bool isAscii = false;
+};
+
+// The folder of the last file a worker opened, kept open: files of one
+// folder come in runs, and opening a name in an open folder skips walking
+// the whole path again.
+struct FolderCache {
+  std::string path;
+  int fd = -1;
+  FolderCache() = default;
+  FolderCache(const FolderCache&) = delete;
+  FolderCache& operator=(const FolderCache&) = delete;
+  ~FolderCache() {
+    if (fd >= 0) ::close(fd);
+  }
+  // Opens `path` for reading, through the cached folder where it can.
+  int open(const std::string& file, int flags);
+};
+
+// False when there is nothing to search: unreadable (`error` set), binary,
+// undecodable, or ruled out by `needle`. `folders` may be null.
+bool readProjectFile(const std::string& path, const FindTextOptions& options,
+                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error,
+                     FolderCache* folders = nullptr);
+
+}  // namespace
 
 // ---- FindTextBase ------------------------------------------------------------------
 
@@ -36,11 +72,16 @@ FindTextBase::~FindTextBase() {
 
 void FindTextBase::initQueue() {
   queue = std::make_unique<OperationQueue>(kMaxWorkers, "FindText");
+  resetItemBudget();
   std::weak_ptr<FindTextBase> weak = weak_from_this();
   cancelObserver_ = NotificationCenter::defaultCenter().addObserver(
       FileFindReplaceCancelNotification, [weak](const NotificationCenter::Notification&) {
         if (auto self = weak.lock()) self->cancel();
       });
+}
+
+void FindTextBase::resetItemBudget() {
+  budget_ = std::make_unique<ItemMemoryBudget>(FindTextInString::itemMemoryLimit());
 }
 
 void FindTextBase::cancel() {
@@ -79,19 +120,21 @@ void FindTextBase::gatherResults(std::vector<FindTextItem> items, std::int64_t t
   std::lock_guard lock(mutex_);
   if (error) {
     _error = *error;
+    // The hits of all texts share one memory budget: once it is spent the
+    // whole search stops.
+    if (FindTextInString::isTooManyItemsError(*error)) stopFullLocked();
     return;
   }
   if (items.empty() || full_) return;
   findResultNumber += items.size();
-  if (findResultNumber > FindTextInString::itemMemoryLimit() / sizeof(FindTextItem)) {
-    // Every text was within bounds but together they are not: stop all.
-    full_ = true;
-    _error = FindTextInString::tooManyItemsError();
-    cancelled_ = true;
-    if (queue) queue->cancelAllOperations();
-  }
   if (!_tagResults.count(tag)) _resultsObjects.push_back(tag);
   _tagResults[tag] = std::move(items);
+}
+
+void FindTextBase::stopFullLocked() {
+  full_ = true;
+  cancelled_ = true;
+  if (queue) queue->cancelAllOperations();
 }
 
 // ---- workers ------------------------------------------------------------------------
@@ -120,6 +163,41 @@ std::size_t countNewLines(std::u16string_view text) {
   return count;
 }
 
+std::size_t countNewLines(std::string_view text) {
+  std::size_t count = 0, i = 0;
+  const char* p = text.data();
+#if defined(__SSE2__)
+  // As above with byte lanes, summed every 255 blocks.
+  const __m128i nl = _mm_set1_epi8('\n'), zero = _mm_setzero_si128();
+  while (i + 16 <= text.size()) {
+    __m128i lanes = zero;
+    for (std::size_t k = 0; k < 255 && i + 16 <= text.size(); ++k, i += 16) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+      lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(v, nl));
+    }
+    const __m128i sums = _mm_sad_epu8(lanes, zero);
+    count += static_cast<std::size_t>(_mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4));
+  }
+#endif
+  for (; i < text.size(); ++i) count += p[i] == '\n';
+  return count;
+}
+
+// Tags the items and, where asked, numbers their lines in one pass.
+template <class Char>
+void tagItems(std::vector<FindTextItem>& items, std::basic_string_view<Char> text, std::int64_t tag,
+              bool countLines) {
+  std::size_t line = 1, at = 0;
+  for (auto& item : items) {
+    item._tag = tag;
+    if (!countLines) continue;
+    const std::size_t to = std::min(item._range.location, text.size());
+    line += countNewLines(text.substr(at, to - at));
+    at = to;
+    item._lineNumber = line;
+  }
+}
+
 }  // namespace
 
 void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
@@ -130,21 +208,13 @@ void FindTextOperationBase::report(std::u16string_view text, const Error* readEr
     return;
   }
   Error error;
-  std::vector<FindTextItem> items =
-      FindTextInString::findTextItems(text, *_findTextOptions, &error);
+  std::vector<FindTextItem> items = FindTextInString::findTextItems(
+      text, *_findTextOptions, &error, _findTextDelegate->itemBudget());
   if (!error.message.empty()) {
     _findTextDelegate->onFinished({}, _tag, &error);
     return;
   }
-  std::size_t line = 1, at = 0;
-  for (auto& item : items) {
-    item._tag = _tag;
-    if (!countLines) continue;
-    const std::size_t to = std::min(item._range.location, text.size());
-    line += countNewLines(text.substr(at, to - at));
-    at = to;
-    item._lineNumber = line;
-  }
+  tagItems(items, text, _tag, countLines);
   _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
 }
 
@@ -152,20 +222,63 @@ void FileTextInStringsOperation::main() {
   report(_source, nullptr, false);
 }
 
-void FileTextInProjectOperation::main() {
+void FileTextInProjectOperation::searchFile(const std::string& path, std::string_view needle) {
+  if (!_findTextDelegate) return;
+  // Reused from file to file, and with it the storage of a decoded text up
+  // to a size worth keeping.
+  thread_local ProjectFile file;
+  struct Done {
+    ProjectFile& file;
+    ~Done() {
+      file.mapped.reset();
+      if (file.text.capacity() > (std::size_t{4} << 20)) std::u16string().swap(file.text);
+    }
+  } done{file};
   Error error;
-  std::optional<std::u16string> text =
-      FileTextInProject::readFileText(_filePath, *_findTextOptions, &error);
-  if (!text) {
+  const bool keepAscii = !_findTextOptions->_isRegex;
+  thread_local FolderCache folders;
+  if (!readProjectFile(path, *_findTextOptions, needle, keepAscii, file, &error, &folders)) {
     if (!error.message.empty()) report({}, &error, true);
     return;
   }
-  report(*text, nullptr, true);
+  if (!file.isAscii) {
+    report(file.text, nullptr, true);
+    return;
+  }
+  std::vector<FindTextItem> items = FindTextInString::findTextItemsInAscii(
+      file.ascii, *_findTextOptions, &error, _findTextDelegate->itemBudget());
+  if (!error.message.empty()) {
+    _findTextDelegate->onFinished({}, _tag, &error);
+    return;
+  }
+  tagItems(items, file.ascii, _tag, true);
+  _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
+}
+
+void FileTextInProjectOperation::main() {
+  const std::string needle = asciiNeedle(*_findTextOptions);
+  if (!_files) {
+    searchFile(_filePath, needle);
+    return;
+  }
+  // Takes the next few files until none is left (neighbours in the list
+  // share a folder); tags are indexes into the list.
+  constexpr std::size_t kRun = 8;
+  const std::size_t count = _files->size();
+  while (!isCancelled()) {
+    const std::size_t first = _nextFile->fetch_add(kRun, std::memory_order_relaxed);
+    if (first >= count) break;
+    for (std::size_t i = first; i < std::min(count, first + kRun) && !isCancelled(); ++i) {
+      _tag = static_cast<std::int64_t>(i);
+      searchFile((*_files)[i], needle);
+    }
+  }
 }
 
 // ---- FindTextInStrings --------------------------------------------------------------
 
 void FindTextInStrings::execute() {
+  resetItemBudget();
   if (_findTextOptions) {
     // Workers share the options read-only from here on.
     FindTextInString::markWordBoundaries(*_findTextOptions);
@@ -213,20 +326,25 @@ const std::vector<FindTextItem>* FindTextInStrings::firstFindResult() const {
 // ---- FileTextInProject --------------------------------------------------------------
 
 void FileTextInProject::execute() {
-  if (_findTextOptions) {
+  resetItemBudget();
+  if (_findTextOptions && !_files.empty() && !isCurrentThreadCancelled()) {
     FindTextInString::markWordBoundaries(*_findTextOptions);
-    for (std::size_t i = 0; i < _files.size(); ++i) {
-      if (isCurrentThreadCancelled()) break;
-      const auto tag = static_cast<std::int64_t>(i);
-      {
-        std::lock_guard lock(mutex_);
-        _tagSource[tag] = _files[i];
+    {
+      std::lock_guard lock(mutex_);
+      for (std::size_t i = 0; i < _files.size(); ++i) {
+        _tagSource.emplace_hint(_tagSource.end(), static_cast<std::int64_t>(i), _files[i]);
       }
+    }
+    // A queued worker per file costs more than searching a small file: the
+    // workers instead take the files in turn from one counter.
+    nextFile_.store(0);
+    const std::size_t workers = std::min<std::size_t>(kMaxWorkers, _files.size());
+    for (std::size_t w = 0; w < workers; ++w) {
       auto worker = std::make_shared<FileTextInProjectOperation>();
       worker->_findTextOptions = _findTextOptions;
       worker->_findTextDelegate = this;
-      worker->_tag = tag;
-      worker->_filePath = _files[i];
+      worker->_files = &_files;
+      worker->_nextFile = &nextFile_;
       if (!addWorker(std::move(worker))) break;
     }
   }
@@ -251,43 +369,12 @@ const std::vector<FindTextItem>* FileTextInProject::firstFindResult() const {
 namespace {
 
 // The needle as bytes when a file's raw bytes can rule a hit out: an exact,
-// literal search for plain ASCII. Empty otherwise.
-// The literal run a regular expression's every match starts with: its
-// leading letters, digits, "_" and spaces, when no "|" outside a group or
-// class can offer another start. A unit followed by a quantifier may be
-// absent, so the run stops before it.
-std::u16string regexPrefix(std::u16string_view p) {
-  if (p.starts_with(u"\\b")) p.remove_prefix(2);
-  int depth = 0;
-  bool inClass = false;
-  for (std::size_t i = 0; i < p.size(); ++i) {
-    const char16_t c = p[i];
-    if (c == u'\\') {
-      ++i;
-    } else if (inClass) {
-      if (c == u']') inClass = false;
-    } else if (c == u'[') {
-      inClass = true;
-    } else if (c == u'(') {
-      ++depth;
-    } else if (c == u')') {
-      --depth;
-    } else if (c == u'|' && depth <= 0) {
-      return {};
-    }
-  }
-  std::size_t n = 0;
-  while (n < p.size() && p[n] < 0x80 &&
-         (std::isalnum(static_cast<unsigned char>(p[n])) || p[n] == u'_' || p[n] == u' ')) {
-    ++n;
-  }
-  if (n < p.size() && (p[n] == u'*' || p[n] == u'?' || p[n] == u'{') && n > 0) --n;
-  return std::u16string(p.substr(0, n));
-}
-
+// literal search for plain ASCII, or the literal start of a regular
+// expression. Empty otherwise.
 std::string asciiNeedle(const FindTextOptions& options) {
   if (options._findString.empty()) return {};
-  const std::u16string prefix = options._isRegex ? regexPrefix(options._findString) : u"";
+  const std::u16string prefix =
+      options._isRegex ? FindTextInString::regexLiteralStart(options._findString) : u"";
   const std::u16string_view needle = options._isRegex ? prefix : options._findString;
   if (needle.empty()) return {};
   std::string out;
@@ -304,11 +391,31 @@ bool isAsciiLetter(char c) {
   return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
 }
 
+bool isAscii(std::string_view data) {
+  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  __m128i seen = _mm_setzero_si128();
+  for (; i + 16 <= data.size(); i += 16) {
+    seen = _mm_or_si128(seen, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
+  }
+  if (_mm_movemask_epi8(seen)) return false;
+#endif
+  unsigned char rest = 0;
+  for (; i < data.size(); ++i) rest |= p[i];
+  return !(rest & 0x80);
+}
+
 // Whether ASCII `data` holds `lower` (a lower-case needle) in any case.
 // Candidates come from the first and last byte, sixteen positions at a time.
-bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
+// When it does not, `ascii` tells whether every byte is ASCII, learnt on the
+// same pass.
+bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower, bool& ascii) {
   const std::size_t m = lower.size(), n = data.size();
-  if (m == 0 || n < m) return false;
+  if (m == 0 || n < m) {
+    ascii = isAscii(data);
+    return false;
+  }
   const char* h = data.data();
   const char first = lower.front(), last = lower.back();
   const char firstOr = isAsciiLetter(first) ? 0x20 : 0, lastOr = isAsciiLetter(last) ? 0x20 : 0;
@@ -323,8 +430,13 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
   const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
+  // High bits gather in a general register: a vector one would be spilled
+  // round the confirming call on every block.
+  unsigned high = 0;
   for (; i + 16 + m - 1 <= n; i += 16) {
-    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
+    const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    high |= static_cast<unsigned>(_mm_movemask_epi8(raw));
+    const __m128i a = _mm_or_si128(raw, of);
     const __m128i b =
         _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
     unsigned mask = static_cast<unsigned>(
@@ -335,7 +447,11 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
       mask &= mask - 1;
     }
   }
+  const bool highBit = high != 0;
+#else
+  const bool highBit = false;
 #endif
+  ascii = !highBit && isAscii(data.substr(i));
   for (; i + m <= n; ++i) {
     if (static_cast<char>(h[i] | firstOr) == first && confirm(i)) return true;
   }
@@ -344,16 +460,24 @@ bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower) {
 
 // Whether `data` holds `needle`: candidates from its first and last byte,
 // sixteen positions at a time, which beats a general substring search on the
-// short needles people type.
-bool containsBytes(std::string_view data, std::string_view needle) {
+// short needles people type. When it does not, `ascii` tells whether every
+// byte is ASCII.
+bool containsBytes(std::string_view data, std::string_view needle, bool& ascii) {
   const std::size_t m = needle.size(), n = data.size();
-  if (m == 0 || n < m) return m == 0;
+  if (m == 0 || n < m) {
+    ascii = isAscii(data);
+    return m == 0;
+  }
   const char* h = data.data();
   std::size_t i = 0;
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
+  // High bits gather in a general register: a vector one would be spilled
+  // round the confirming call on every block.
+  unsigned high = 0;
   for (; i + 16 + m - 1 <= n; i += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    high |= static_cast<unsigned>(_mm_movemask_epi8(a));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
     unsigned mask = static_cast<unsigned>(
         _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
@@ -363,23 +487,13 @@ bool containsBytes(std::string_view data, std::string_view needle) {
       mask &= mask - 1;
     }
   }
+  const bool highBit = high != 0;
+#else
+  const bool highBit = false;
 #endif
-  return ::memmem(h + i, n - i, needle.data(), m) != nullptr;
-}
-
-bool isAscii(std::string_view data) {
-  const auto* p = reinterpret_cast<const unsigned char*>(data.data());
-  std::size_t i = 0;
-#if defined(__SSE2__)
-  __m128i seen = _mm_setzero_si128();
-  for (; i + 16 <= data.size(); i += 16) {
-    seen = _mm_or_si128(seen, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
-  }
-  if (_mm_movemask_epi8(seen)) return false;
-#endif
-  unsigned char rest = 0;
-  for (; i < data.size(); ++i) rest |= p[i];
-  return !(rest & 0x80);
+  if (::memmem(h + i, n - i, needle.data(), m) != nullptr) return true;
+  ascii = !highBit && isAscii(data.substr(i));
+  return false;
 }
 
 // Widens bytes to UTF-16 units; false (with `out` unspecified) when a byte
@@ -405,87 +519,165 @@ bool widenAscii(std::string_view data, std::u16string& out) {
   return true;
 }
 
-// Small files are read in one call: mapping them costs more than copying.
+// Files are read into one buffer per worker thread, grown as needed and
+// never cleared: a search opens tens of thousands of small files. Past
+// kReadLimit a file is mapped instead: copying it costs more.
+constexpr std::size_t kFirstRead = 256 * 1024;
 constexpr std::size_t kReadLimit = 1 << 20;
+
+struct ReadBuffer {
+  std::unique_ptr<char[]> bytes;
+  std::size_t capacity = 0;
+  void reserve(std::size_t size, std::size_t keep) {
+    if (capacity >= size) return;
+    auto grown = std::make_unique_for_overwrite<char[]>(size);
+    if (keep) std::memcpy(grown.get(), bytes.get(), keep);
+    bytes = std::move(grown);
+    capacity = size;
+  }
+};
+
+// Reads until `want` bytes are in or the file ends; -1 on an error.
+ssize_t readUpTo(int fd, char* into, std::size_t want) {
+  std::size_t got = 0;
+  while (got < want) {
+    const ssize_t n = ::read(fd, into + got, want - got);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return -1;
+    if (n == 0) break;
+    got += static_cast<std::size_t>(n);
+    // A regular file reads short only at its end: no call to learn that.
+    if (got < want) break;
+  }
+  return static_cast<ssize_t>(got);
+}
 
 }  // namespace
 
 std::optional<std::u16string> FileTextInProject::readFileText(const std::string& path,
                                                               const FindTextOptions& options,
                                                               Error* error) {
+  ProjectFile file;
+  if (!readProjectFile(path, options, asciiNeedle(options), false, file, error)) {
+    return std::nullopt;
+  }
+  return std::move(file.text);
+}
+
+namespace {
+
+int FolderCache::open(const std::string& file, int flags) {
+  const std::size_t slash = file.rfind('/');
+  if (slash == std::string::npos || slash == 0 || slash + 1 == file.size()) {
+    return ::open(file.c_str(), flags);
+  }
+  const std::string_view folder(file.data(), slash);
+  if (fd < 0 || folder != path) {
+    if (fd >= 0) ::close(fd);
+    path.assign(folder);
+    fd = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  }
+  // Without the folder the whole path tells the reason.
+  if (fd < 0) return ::open(file.c_str(), flags);
+  return ::openat(fd, file.c_str() + slash + 1, flags);
+}
+
+bool readProjectFile(const std::string& path, const FindTextOptions& options,
+                     std::string_view needle, bool keepAscii, ProjectFile& file, Error* error,
+                     FolderCache* folders) {
   // O_NOFOLLOW: a link is not followed, it may lead out of the tree or round
   // in a loop.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+  const int fd = folders ? folders->open(path, kFlags) : ::open(path.c_str(), kFlags);
   if (fd < 0) {
     if (errno != ENOENT && errno != ELOOP && error) {
       *error = cannotReadError(path, std::strerror(errno));
     }
-    return std::nullopt;
+    return false;
   }
-  struct stat st {};
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+  auto fail = [&](int code) {
     ::close(fd);
-    return std::nullopt;
-  }
-  // One buffer per worker thread, grown as needed and never cleared: a
-  // search opens tens of thousands of small files.
-  thread_local std::unique_ptr<char[]> buffer;
-  thread_local std::size_t capacity = 0;
-  std::optional<FileBytes> mapped;
-  std::string_view data;
-  const auto size = static_cast<std::size_t>(st.st_size);
-  if (size <= kReadLimit) {
-    // One byte more than the size tells a file that grew since fstat.
-    if (capacity < size + 1) {
-      capacity = std::max<std::size_t>(size + 1, 64 * 1024);
-      buffer = std::make_unique_for_overwrite<char[]>(capacity);
+    // A folder is no file to search, not a failure.
+    if (code != EISDIR && error) *error = cannotReadError(path, std::strerror(code));
+    return false;
+  };
+  thread_local ReadBuffer buffer;
+  buffer.reserve(kFirstRead, 0);
+  // Most files end within the first read, which then tells their size
+  // without a stat.
+  ssize_t n = readUpTo(fd, buffer.bytes.get(), kFirstRead);
+  if (n < 0) return fail(errno);
+  file.isAscii = false;
+  file.mapped.reset();
+  std::optional<FileBytes>& mapped = file.mapped;
+  std::string_view data(buffer.bytes.get(), static_cast<std::size_t>(n));
+  if (static_cast<std::size_t>(n) == kFirstRead) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+      ::close(fd);
+      return false;
     }
-    std::size_t got = 0;
-    while (got < size + 1) {
-      const ssize_t n = ::read(fd, buffer.get() + got, size + 1 - got);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) {
-        if (error) *error = cannotReadError(path, std::strerror(errno));
-        ::close(fd);
-        return std::nullopt;
-      }
-      if (n == 0) break;
-      got += static_cast<std::size_t>(n);
+    const auto size = static_cast<std::size_t>(st.st_size);
+    bool whole = false;
+    if (size <= kReadLimit) {
+      // One byte more than the size tells a file that grew since fstat.
+      buffer.reserve(size + 1, kFirstRead);
+      const ssize_t more = size + 1 > kFirstRead ? readUpTo(fd, buffer.bytes.get() + kFirstRead,
+                                                            size + 1 - kFirstRead)
+                                                 : 0;
+      if (more < 0) return fail(errno);
+      const std::size_t got = kFirstRead + static_cast<std::size_t>(more);
+      whole = got <= size;
+      data = std::string_view(buffer.bytes.get(), got);
     }
-    ::close(fd);
-    if (got > size) {
+    if (!whole) {
+      ::close(fd);
       mapped = FileBytes::read(path, error);
-      if (!mapped) return std::nullopt;
+      if (!mapped) return false;
       data = mapped->view();
     } else {
-      data = std::string_view(buffer.get(), got);
+      ::close(fd);
     }
   } else {
     ::close(fd);
-    mapped = FileBytes::read(path, error);
-    if (!mapped) return std::nullopt;
-    data = mapped->view();
   }
-  if (data.substr(0, kBinarySniff).find('\0') != std::string_view::npos) return std::nullopt;
+  if (data.substr(0, FileTextInProject::kBinarySniff).find('\0') != std::string_view::npos) {
+    return false;
+  }
 
   if (options._isAutoEncoding || options._encodingName.empty()) {
     // Plain ASCII reads the same in every candidate; no detector needed, and
     // a file without the needle's bytes holds no hit.
-    const std::string needle = asciiNeedle(options);
-    if (!needle.empty() && !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle)
-                                                      : containsBytes(data, needle))) {
-      if (isAscii(data)) return std::nullopt;
+    bool ascii = false;
+    if (!needle.empty() &&
+        !(options._isCaseSensitive ? containsIgnoringAsciiCase(data, needle, ascii)
+                                   : containsBytes(data, needle, ascii))) {
+      if (ascii) return false;
       // Text read as UTF-8 holds an exact ASCII needle only where its bytes
       // do. Ignoring case, other characters fold to ASCII letters (the Kelvin
       // sign; a sharp s for "ss" in a pattern), so such files are decoded.
-      if (!options._isCaseSensitive && DetectorCharacter::readsAsUtf8(data)) return std::nullopt;
+      if (!options._isCaseSensitive && DetectorCharacter::readsAsUtf8(data)) return false;
     }
-    std::u16string text;
-    if (widenAscii(data, text)) return text;
-    return DetectorCharacter::detectorWithData(data, nullptr);
+    if (keepAscii) {
+      if (isAscii(data)) {
+        file.ascii = data;
+        file.isAscii = true;
+        return true;
+      }
+    } else if (widenAscii(data, file.text)) {
+      return true;
+    }
+    std::optional<std::u16string> text = DetectorCharacter::detectorWithData(data, nullptr);
+    if (!text) return false;
+    file.text = std::move(*text);
+    return true;
   }
-  return StringEncodings::decodeAsChosen(
+  std::optional<std::u16string> text = StringEncodings::decodeAsChosen(
       data, EncodingUtil::convertStringToNSStringEncoding(options._encodingName));
+  if (!text) return false;
+  file.text = std::move(*text);
+  return true;
 }
 
+}  // namespace
 }  // namespace harbor

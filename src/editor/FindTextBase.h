@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -68,6 +69,10 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
     return full_;
   }
 
+  // What the hits of all the workers may hold together; set afresh by
+  // execute() from FindTextInString::itemMemoryLimit().
+  ItemMemoryBudget& itemBudget() { return *budget_; }
+
  protected:
   FindTextBase() = default;
   template <class T>
@@ -80,6 +85,7 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
     return finder;
   }
   void initQueue();
+  void resetItemBudget();
   // Queues a worker unless the search was cancelled; false once it was.
   bool addWorker(std::shared_ptr<Operation> worker);
   // Waits for the workers, then executeFinished().
@@ -88,6 +94,8 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
   // Under the lock: an error is kept and nothing else changes; a list with
   // hits joins the results under its tag, in the order of arrival.
   void gatherResults(std::vector<FindTextItem> items, std::int64_t tag, const Error* error);
+  // The hits outgrew their budget: keeps what is gathered and stops the rest.
+  void stopFullLocked();
 
   mutable std::mutex mutex_;
 
@@ -95,6 +103,7 @@ class FindTextBase : public std::enable_shared_from_this<FindTextBase> {
   bool cancelled_ = false;
   bool full_ = false;
   NotificationCenter::Token cancelObserver_ = 0;
+  std::unique_ptr<ItemMemoryBudget> budget_;
 };
 
 // Over texts held in memory: the options' `_sourceObjects`, with tags made
@@ -140,6 +149,9 @@ class FileTextInProject : public FindTextBase {
   // that does not decode; `error` is set only when it cannot be read.
   static std::optional<std::u16string> readFileText(const std::string& path,
                                                     const FindTextOptions& options, Error* error);
+
+ private:
+  std::atomic<std::size_t> nextFile_{0};
 };
 
 // A worker: searches one text and reports to its driver.
@@ -161,12 +173,19 @@ class FileTextInStringsOperation : public FindTextOperationBase {
   void main() override;
 };
 
+// Searches `_filePath`, or, given `_files`, takes files from that list by
+// `_nextFile` until none is left, reporting each under its index.
 class FileTextInProjectOperation : public FindTextOperationBase {
  public:
   std::string _filePath;
+  const std::vector<std::string>* _files = nullptr;
+  std::atomic<std::size_t>* _nextFile = nullptr;
 
  protected:
   void main() override;
+
+ private:
+  void searchFile(const std::string& path, std::string_view needle);
 };
 
 }  // namespace harbor

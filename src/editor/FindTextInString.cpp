@@ -5,6 +5,7 @@
 #include <unicode/utf16.h>
 
 #include <algorithm>
+#include <cctype>
 #include <climits>
 #include <cstring>
 #include <memory>
@@ -114,14 +115,94 @@ std::size_t findUnits(std::u16string_view hay, std::u16string_view needle, std::
   return npos;
 }
 
+// findUnits over ASCII bytes: sixteen positions at a time.
+std::size_t findBytes(std::string_view hay, std::string_view needle, std::size_t from) {
+  const std::size_t m = needle.size(), n = hay.size();
+  if (m == 0 || from > n || n - from < m) return npos;
+  const char* h = hay.data();
+  const std::size_t lastStart = n - m;
+  std::size_t i = from;
+  auto confirm = [&](std::size_t at) {
+    return m <= 2 || std::memcmp(h + at + 1, needle.data() + 1, m - 2) == 0;
+  };
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
+  while (i + 16 <= lastStart + 1) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (confirm(i + bit)) return i + bit;
+      mask &= mask - 1;
+    }
+    i += 16;
+  }
+#endif
+  for (; i <= lastStart; ++i) {
+    if (h[i] == needle.front() && h[i + m - 1] == needle.back() && confirm(i)) return i;
+  }
+  return npos;
+}
+
+// findBytes ignoring the case of ASCII letters, for a needle already in
+// lower case: no folded copy of the text is made.
+std::size_t findBytesIgnoringCase(std::string_view hay, std::string_view lower, std::size_t from) {
+  const std::size_t m = lower.size(), n = hay.size();
+  if (m == 0 || from > n || n - from < m) return npos;
+  const char* h = hay.data();
+  auto fold = [](char c) {
+    return static_cast<char>(c + (static_cast<unsigned char>(c - 'A') < 26u ? 32 : 0));
+  };
+  auto isLetter = [](char c) { return static_cast<unsigned char>((c | 0x20) - 'a') < 26u; };
+  auto confirm = [&](std::size_t at) {
+    for (std::size_t k = 0; k < m; ++k) {
+      if (fold(h[at + k]) != lower[k]) return false;
+    }
+    return true;
+  };
+  const char first = lower.front(), last = lower.back();
+  // A letter matches either case, which setting the 0x20 bit makes one.
+  const char firstOr = isLetter(first) ? 0x20 : 0, lastOr = isLetter(last) ? 0x20 : 0;
+  const std::size_t lastStart = n - m;
+  std::size_t i = from;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
+  const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
+  while (i + 16 <= lastStart + 1) {
+    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
+    const __m128i b =
+        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
+    while (mask) {
+      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+      if (confirm(i + bit)) return i + bit;
+      mask &= mask - 1;
+    }
+    i += 16;
+  }
+#endif
+  for (; i <= lastStart; ++i) {
+    if (confirm(i)) return i;
+  }
+  return npos;
+}
+
+std::size_t findIn(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
+  return findUnits(hay, needle, from);
+}
+
 // Start of the line holding `location`, looking back at most `limit` units;
 // a longer line starts at the limit (never inside a surrogate pair).
-std::size_t lineStart(std::u16string_view s, std::size_t location, std::size_t limit) {
+template <class Char>
+std::size_t lineStart(std::basic_string_view<Char> s, std::size_t location, std::size_t limit) {
   location = std::min(location, s.size());
   if (location == 0) return 0;
   const std::size_t lower = limit >= location ? 0 : location - limit;
   for (std::size_t i = location; i > lower; --i) {
-    if (s[i - 1] == u'\n') return i;
+    if (s[i - 1] == Char('\n')) return i;
   }
   if (lower > 0 && lower < s.size() && U16_IS_TRAIL(s[lower]) && U16_IS_LEAD(s[lower - 1])) {
     return lower + 1;
@@ -131,12 +212,13 @@ std::size_t lineStart(std::u16string_view s, std::size_t location, std::size_t l
 
 // End of the line holding `end` (the offset of its "\n"), looking ahead at
 // most `limit` units.
-std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
+template <class Char>
+std::size_t lineEnd(std::basic_string_view<Char> s, std::size_t end, std::size_t limit) {
   if (end >= s.size()) return end;
   const std::size_t upper = (limit >= s.size() - end) ? s.size() : end + limit;
   const auto* begin = s.data() + end;
   const auto* stop = s.data() + upper;
-  const auto* nl = std::find(begin, stop, u'\n');
+  const auto* nl = std::find(begin, stop, Char('\n'));
   if (nl != stop) return static_cast<std::size_t>(nl - s.data());
   if (upper < s.size() && upper > end && U16_IS_LEAD(s[upper - 1]) && U16_IS_TRAIL(s[upper])) {
     return upper - 1;
@@ -145,11 +227,17 @@ std::size_t lineEnd(std::u16string_view s, std::size_t end, std::size_t limit) {
 }
 
 // Makes the items of one search in source order. Hits whose shown lines fall
-// in the same stretch of the source share one copy of it, and the memory the
-// items take is counted against the item memory limit.
+// in the same stretch of the source share one copy of it. Every allocation
+// the items make is charged to the budget as it happens; what the builder
+// took is given back unless the caller keeps the items (release()).
+template <class Char>
 class ItemBuilder {
  public:
-  explicit ItemBuilder(std::u16string_view source) : source_(source) {}
+  ItemBuilder(std::basic_string_view<Char> source, ItemMemoryBudget& budget)
+      : source_(source), budget_(budget) {}
+  ~ItemBuilder() { budget_.give(taken_); }
+  ItemBuilder(const ItemBuilder&) = delete;
+  ItemBuilder& operator=(const ItemBuilder&) = delete;
 
   FindTextItem make(TextRange range) {
     FindTextItem item;
@@ -161,27 +249,69 @@ class ItemBuilder {
       // A long line is copied a stretch ahead, so the hits after this one
       // on it point into the same copy.
       const std::size_t stretchEnd = std::max(end, lineEnd(source_, end, kStretch));
-      stretch_ = std::make_shared<const std::u16string>(source_.substr(start, stretchEnd - start));
+      // The copy and its control block; a copy that fails the budget is
+      // still made for this one hit, which add() then refuses.
+      if (!take((stretchEnd - start) * sizeof(char16_t) + kSharedOverhead)) full_ = true;
+      const auto piece = source_.substr(start, stretchEnd - start);
+      stretch_ = std::make_shared<const std::u16string>(piece.begin(), piece.end());
       stretchStart_ = start;
-      bytes_ += stretch_->size() * sizeof(char16_t);
     }
     item._showedText = SharedText(stretch_, start - stretchStart_, end - start);
-    bytes_ += sizeof(FindTextItem);
     return item;
   }
-  // Counts a hit's replacement; false once the hits are over their budget.
-  bool keep(const FindTextItem& item) {
-    bytes_ += item._replacedText.size() * sizeof(char16_t);
-    return bytes_ <= limit_;
+
+  // Appends a made item; false (leaving `items` as it was) once the hits are
+  // over their budget.
+  bool add(std::vector<FindTextItem>& items, FindTextItem&& item) {
+    if (full_) return false;
+    // A replacement longer than the string's own storage is a block of its own.
+    if (item._replacedText.capacity() > kInlineUnits &&
+        !take((item._replacedText.capacity() + 1) * sizeof(char16_t))) {
+      full_ = true;
+      return false;
+    }
+    if (items.size() == items.capacity() && !grow(items)) return false;
+    items.push_back(std::move(item));
+    return true;
   }
+
+  // The caller keeps the items and with them what they are charged.
+  void release() { taken_ = 0; }
 
  private:
   static constexpr std::size_t kStretch = 1 << 16;
-  std::u16string_view source_;
+  static inline const std::size_t kInlineUnits = std::u16string().capacity();
+  static constexpr std::size_t kSharedOverhead = 32;
+
+  bool take(std::size_t bytes) {
+    if (!budget_.take(bytes)) return false;
+    taken_ += bytes;
+    return true;
+  }
+
+  // Grows the list by hand: while it moves, the old block and the new one
+  // are both held, and both are charged.
+  bool grow(std::vector<FindTextItem>& items) {
+    const std::size_t old = items.capacity();
+    std::size_t wanted = std::max<std::size_t>(64, old * 2);
+    while (!take(wanted * sizeof(FindTextItem))) {
+      // Near the limit the list grows by smaller steps before it gives up.
+      const std::size_t step = (wanted - old) / 2;
+      if (step < std::max<std::size_t>(16, old / 16)) return false;
+      wanted = old + step;
+    }
+    items.reserve(wanted);
+    budget_.give(old * sizeof(FindTextItem));
+    taken_ -= old * sizeof(FindTextItem);
+    return true;
+  }
+
+  std::basic_string_view<Char> source_;
+  ItemMemoryBudget& budget_;
+  std::size_t taken_ = 0;
+  bool full_ = false;
   std::shared_ptr<const std::u16string> stretch_;
   std::size_t stretchStart_ = 0;
-  std::size_t bytes_ = 0;
-  std::size_t limit_ = FindTextInString::itemMemoryLimit();
 };
 
 std::string withArgument(const char* key, std::string_view argument) {
@@ -193,27 +323,57 @@ std::string withArgument(const char* key, std::string_view argument) {
 // Runs a literal search, calling `onHit` for each hit that passes the word
 // test; `onHit` returns false to stop. False when the search stopped or the
 // thread was cancelled before the end.
-template <class OnHit>
-bool literalSearch(std::u16string_view source, const FindTextOptions& options, OnHit&& onHit) {
+// Runs a literal search, calling `onHit` for each hit that passes the word
+// test; `onHit` returns false to stop. False when the search stopped or the
+// thread was cancelled before the end. The source is UTF-16, or ASCII text
+// as bytes: there a needle that holds (after folding) a unit past ASCII
+// cannot occur.
+template <class Char, class OnHit>
+bool literalSearch(std::basic_string_view<Char> source, const FindTextOptions& options,
+                   OnHit&& onHit) {
   const std::u16string_view needle = options._findString;
   if (source.empty() || needle.empty() || needle.size() > source.size()) return true;
-  std::u16string foldedSource, foldedNeedle;
-  std::u16string_view hay = source, pattern = needle;
+  std::u16string foldedNeedle;
+  std::u16string_view wide = needle;
   if (options._isCaseSensitive) {
-    foldInto(source, foldedSource);
     foldInto(needle, foldedNeedle);
-    hay = foldedSource;
-    pattern = foldedNeedle;
+    wide = foldedNeedle;
+  }
+  std::basic_string<Char> pattern;
+  if constexpr (sizeof(Char) == 1) {
+    for (char16_t c : wide) {
+      if (c >= 0x80) return true;
+      pattern += static_cast<char>(c);
+    }
+  } else {
+    pattern.assign(wide);
+  }
+  // UTF-16 is searched in a folded copy; ASCII bytes fold as they are read.
+  std::basic_string<Char> foldedSource;
+  std::basic_string_view<Char> hay = source;
+  if constexpr (sizeof(Char) == 2) {
+    if (options._isCaseSensitive) {
+      foldInto(source, foldedSource);
+      hay = foldedSource;
+    }
   }
   std::size_t from = 0;
   while (from < hay.size()) {
-    const std::size_t at = findUnits(hay, pattern, from);
+    std::size_t at;
+    if constexpr (sizeof(Char) == 1) {
+      at = options._isCaseSensitive ? findBytesIgnoringCase(hay, pattern, from)
+                                    : findBytes(hay, pattern, from);
+    } else {
+      at = findIn(hay, pattern, from);
+    }
     if (at == npos) break;
     const TextRange range{at, pattern.size()};
     bool take = true;
     if (options._isMatchWord) {
-      const char16_t before = FindTextInString::getPreviousChar(source, range.location);
-      const char16_t after = FindTextInString::getNextChar(source, range.end() - 1);
+      // The units either side, 0 where there is none.
+      const auto before = static_cast<char16_t>(at > 0 ? source[at - 1] : 0);
+      const auto after =
+          static_cast<char16_t>(range.end() < source.size() ? source[range.end()] : 0);
       take = !(before && isWordUnit(before)) && !(after && isWordUnit(after));
     }
     if (take && !onHit(range)) return false;
@@ -269,9 +429,30 @@ RegexOutcome regexSearch(std::u16string_view source, std::u16string_view pattern
   const int64_t length = static_cast<int64_t>(source.size());
   int64_t from = 0;
   RegexMatchResult result;
+  // Where every match starts with a literal run, the run's occurrences are
+  // the only places worth trying: found eight units at a time, each tried
+  // with an anchored match, instead of the matcher stepping through every
+  // position itself.
+  const std::u16string start =
+      ignoreCase ? std::u16string() : FindTextInString::regexLiteralStart(pattern);
+  std::size_t tried = 0;
+  auto findFrom = [&](int64_t at) {
+    if (start.empty()) return static_cast<bool>(matcher->find(at, status));
+    for (auto next = static_cast<std::size_t>(at);;) {
+      next = findUnits(source, start, next);
+      if (next == npos) return false;
+      if (matcher->lookingAt(static_cast<int64_t>(next), status)) return true;
+      if (U_FAILURE(status)) return false;
+      if ((++tried & 0xFFFF) == 0 && isCurrentThreadCancelled()) {
+        status = U_REGEX_STOPPED_BY_CALLER;
+        return false;
+      }
+      ++next;
+    }
+  };
   while (from <= length) {
     status = U_ZERO_ERROR;
-    if (!matcher->find(from, status)) break;
+    if (!findFrom(from)) break;
     result.ranges.clear();
     for (int32_t g = 0; g <= groups; ++g) {
       const int64_t s = matcher->start64(g, status), e = matcher->end64(g, status);
@@ -351,6 +532,18 @@ Error FindTextInString::tooManyItemsError() {
                localizedString("FindTooManyResults")};
 }
 
+bool FindTextInString::isTooManyItemsError(const Error& error) {
+  return error.domain == kFindTextErrorDomain && error.code == U_BUFFER_OVERFLOW_ERROR;
+}
+
+bool ItemMemoryBudget::take(std::size_t bytes) {
+  std::size_t used = used_.load(std::memory_order_relaxed);
+  do {
+    if (bytes > limit_ || used > limit_ - bytes) return false;
+  } while (!used_.compare_exchange_weak(used, used + bytes, std::memory_order_relaxed));
+  return true;
+}
+
 void FindTextInString::setItemMemoryLimit(std::size_t bytes) {
   itemMemoryLimit_.store(bytes);
 }
@@ -389,7 +582,7 @@ std::vector<FindRangeObject> FindTextInString::findText(std::u16string_view sour
                                                         const RangeBlock& block) {
   std::vector<FindRangeObject> results;
   const std::size_t maxRanges = itemMemoryLimit() / sizeof(FindRangeObject);
-  literalSearch(source, options, [&](TextRange range) {
+  literalSearch<char16_t>(source, options, [&](TextRange range) {
     if (results.size() >= maxRanges) {
       if (error) *error = tooManyItemsError();
       return false;
@@ -425,11 +618,45 @@ std::vector<RegexMatchResult> FindTextInString::findTextWithRegex(std::u16string
   return matches;
 }
 
+namespace {
+
+template <class Char>
+std::vector<FindTextItem> literalItems(std::basic_string_view<Char> source,
+                                       const FindTextOptions& options, Error* error,
+                                       ItemMemoryBudget& budget) {
+  std::vector<FindTextItem> items;
+  ItemBuilder<Char> builder(source, budget);
+  bool full = false;
+  literalSearch<Char>(source, options, [&](TextRange range) {
+    FindTextItem item = builder.make(range);
+    item._replacedText = options._replaceString;
+    if (!builder.add(items, std::move(item))) {
+      full = true;
+      return false;
+    }
+    return true;
+  });
+  if (full) {
+    if (error) *error = FindTextInString::tooManyItemsError();
+    return {};
+  }
+  builder.release();
+  return items;
+}
+}  // namespace
+
 std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
                                                           FindTextOptions& options, Error* error) {
-  std::vector<FindTextItem> items;
-  ItemBuilder builder(source);
+  ItemMemoryBudget budget(itemMemoryLimit());
+  return findTextItems(source, options, error, budget);
+}
+
+std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view source,
+                                                          FindTextOptions& options, Error* error,
+                                                          ItemMemoryBudget& budget) {
   if (options._isRegex) {
+    std::vector<FindTextItem> items;
+    ItemBuilder<char16_t> builder(source, budget);
     // Items are built as the matches come, not from a list of all matches
     // first: that list alone would double the memory of a search with
     // millions of hits.
@@ -442,30 +669,50 @@ std::vector<FindTextItem> FindTextInString::findTextItems(std::u16string_view so
                                                  item._replacedText = replacementStringForResult(
                                                      m, source, 0, options._replaceString);
                                                }
-                                               if (!builder.keep(item)) return false;
-                                               items.push_back(std::move(item));
-                                               return true;
+                                               return builder.add(items, std::move(item));
                                              });
     if (outcome == RegexOutcome::Stopped && error) *error = tooManyItemsError();
     if (outcome != RegexOutcome::Done) return {};
+    builder.release();
     return items;
   }
-  bool full = false;
-  literalSearch(source, options, [&](TextRange range) {
-    FindTextItem item = builder.make(range);
-    item._replacedText = options._replaceString;
-    if (!builder.keep(item)) {
-      full = true;
-      return false;
+  return literalItems<char16_t>(source, options, error, budget);
+}
+
+std::vector<FindTextItem> FindTextInString::findTextItemsInAscii(std::string_view ascii,
+                                                                 const FindTextOptions& options,
+                                                                 Error* error,
+                                                                 ItemMemoryBudget& budget) {
+  return literalItems<char>(ascii, options, error, budget);
+}
+
+std::u16string FindTextInString::regexLiteralStart(std::u16string_view p) {
+  if (p.starts_with(u"\\b")) p.remove_prefix(2);
+  int depth = 0;
+  bool inClass = false;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    const char16_t c = p[i];
+    if (c == u'\\') {
+      ++i;
+    } else if (inClass) {
+      if (c == u']') inClass = false;
+    } else if (c == u'[') {
+      inClass = true;
+    } else if (c == u'(') {
+      ++depth;
+    } else if (c == u')') {
+      --depth;
+    } else if (c == u'|' && depth <= 0) {
+      return {};
     }
-    items.push_back(std::move(item));
-    return true;
-  });
-  if (full) {
-    if (error) *error = tooManyItemsError();
-    return {};
   }
-  return items;
+  std::size_t n = 0;
+  while (n < p.size() && p[n] < 0x80 &&
+         (std::isalnum(static_cast<unsigned char>(p[n])) || p[n] == u'_' || p[n] == u' ')) {
+    ++n;
+  }
+  if (n < p.size() && (p[n] == u'*' || p[n] == u'?' || p[n] == u'{') && n > 0) --n;
+  return std::u16string(p.substr(0, n));
 }
 
 std::vector<std::u16string> FindTextInString::findTextItems(std::u16string_view source,
@@ -484,11 +731,11 @@ std::vector<std::u16string> FindTextInString::findTextItems(std::u16string_view 
 
 std::size_t FindTextInString::findPrevousNewLineOrFirst(std::u16string_view source,
                                                         TextRange range) {
-  return lineStart(source, range.location, npos);
+  return lineStart<char16_t>(source, range.location, npos);
 }
 
 std::size_t FindTextInString::findNextNewLineOrEnd(std::u16string_view source, TextRange range) {
-  return lineEnd(source, range.end(), npos);
+  return lineEnd<char16_t>(source, range.end(), npos);
 }
 
 char16_t FindTextInString::getPreviousChar(std::u16string_view source, std::size_t index) {

@@ -116,6 +116,24 @@ struct RegexMatchResult {
   static constexpr std::size_t kNoGroup = static_cast<std::size_t>(-1);
 };
 
+// Memory the hits of one search hold, counted as it is allocated (the item
+// list's whole capacity, the old and the new block while it grows, shared
+// line copies, replacements off the string's own storage). The workers of a
+// search over many texts share one, so together they stay within one limit.
+class ItemMemoryBudget {
+ public:
+  explicit ItemMemoryBudget(std::size_t limit) : limit_(limit) {}
+  // Takes `bytes` unless that would pass the limit; then takes nothing.
+  bool take(std::size_t bytes);
+  void give(std::size_t bytes) { used_.fetch_sub(bytes, std::memory_order_relaxed); }
+  std::size_t used() const { return used_.load(std::memory_order_relaxed); }
+  std::size_t limit() const { return limit_; }
+
+ private:
+  std::atomic<std::size_t> used_{0};
+  const std::size_t limit_;
+};
+
 // Searches one string, literally or with a regular expression. Stateless;
 // runs on any thread and stops when the thread's work is cancelled.
 class FindTextInString {
@@ -138,6 +156,17 @@ class FindTextInString {
                                                          const MatchBlock& block = {});
   static std::vector<FindTextItem> findTextItems(std::u16string_view source,
                                                  FindTextOptions& options, Error* error);
+  // The same, charging the hits to `budget`. What a failed or cancelled
+  // search took is given back; the hits returned stay charged.
+  static std::vector<FindTextItem> findTextItems(std::u16string_view source,
+                                                 FindTextOptions& options, Error* error,
+                                                 ItemMemoryBudget& budget);
+  // A literal search (not a regular expression) over text that is all
+  // ASCII, given as its bytes: the items the search over the same text as
+  // UTF-16 gives, without widening it first.
+  static std::vector<FindTextItem> findTextItemsInAscii(std::string_view ascii,
+                                                        const FindTextOptions& options,
+                                                        Error* error, ItemMemoryBudget& budget);
   // All capture groups of all matches, group 0 first, ignoring case.
   static std::vector<std::u16string> findTextItems(std::u16string_view source,
                                                    std::u16string_view pattern);
@@ -169,14 +198,21 @@ class FindTextInString {
   // Lines longer than this show only this much around a hit on each side, so
   // a file that is one huge line cannot make every hit carry all of it.
   static constexpr std::size_t kShowedContext = 256;
-  // Memory the hits of one search may take (about 120 bytes a hit, plus its
-  // replacement; shown lines are shared and bounded by the text itself).
-  // Past it the search stops with tooManyItemsError() rather than exhaust
-  // memory on a pattern that matches nearly everywhere.
+  // Memory the hits of one search may hold, as ItemMemoryBudget counts it
+  // (the texts searched are not counted). Past it the search stops with
+  // tooManyItemsError() rather than exhaust memory on a pattern that matches
+  // nearly everywhere; a search over many texts shares one such limit.
   static constexpr std::size_t kDefaultItemMemoryLimit = std::size_t{512} << 20;
   static void setItemMemoryLimit(std::size_t bytes);
   static std::size_t itemMemoryLimit();
   static Error tooManyItemsError();
+  static bool isTooManyItemsError(const Error& error);
+
+  // The literal run every match of a regular expression starts with (after
+  // a leading "\b"): its leading ASCII letters, digits, "_" and spaces, when
+  // no top-level "|" offers another start; a unit under a quantifier that
+  // allows none is left out. Empty when there is no such run.
+  static std::u16string regexLiteralStart(std::u16string_view pattern);
 
  private:
   static std::atomic<std::int32_t> timeLimit_;

@@ -164,7 +164,7 @@ TEST(FindInFilesTest, ProjectFilesAreDecodedSniffedAndNotFollowedThroughLinks) {
 // finds must be what searching each file's decoded text finds.
 TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
   test::ScratchDir dir;
-  const std::vector<std::pair<std::string, std::string>> corpus = {
+  std::vector<std::pair<std::string, std::string>> corpus = {
       {"ascii.c", "int foo(void);\nfoo_bar foo-bar foo.x FOO\n"},
       {"crlf.txt", "foo\r\nx foo\r\n\r\nFoo\r\n"},
       {"utf8.txt",
@@ -185,7 +185,18 @@ TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
        "stra\xc3\x9f"
        "e\n"},
       {"empty.txt", ""},
+      // Only a folded character makes the hit, far from either end.
+      {"kelvin.txt", std::string(100, '.') + "\xe2\x84\xaa" + "ey\n" + std::string(100, '.')},
   };
+  // Sizes either side of where reading a file changes its way (one read,
+  // a grown buffer, a mapping), with hits at the very end.
+  for (std::size_t size :
+       {(std::size_t{1} << 18) - 1, std::size_t{1} << 18, (std::size_t{1} << 18) + 1,
+        std::size_t{1} << 20, (std::size_t{1} << 20) + 1}) {
+    std::string bytes(size - 9, 'x');
+    bytes[size / 2] = '\n';
+    corpus.emplace_back("size" + std::to_string(size), bytes + "\nfoo FOO");
+  }
   std::vector<std::string> files;
   for (const auto& [name, bytes] : corpus) {
     files.push_back((dir / name).string());
@@ -242,6 +253,60 @@ TEST(FindInFilesTest, RawByteShortcutsFindWhatTheDecodedTextHolds) {
       EXPECT_EQ(got, expected) << label << " in " << corpus[i].first;
     }
   }
+}
+
+// Posts the cancel broadcast when the tenth file answers.
+class CancellingProject : public FileTextInProject {
+ public:
+  std::atomic<int> answers{0};
+  void onFinished(std::vector<FindTextItem> items, std::int64_t tag, const Error* error) override {
+    if (++answers == 10)
+      NotificationCenter::defaultCenter().post(FileFindReplaceCancelNotification);
+    FileTextInProject::onFinished(std::move(items), tag, error);
+  }
+};
+
+// Workers share the file list: each file is searched once and its hits
+// arrive under its own index; a cancel stops the rest and still ends.
+TEST(FindInFilesTest, FilesSharedByTheWorkersAnswerOnceUnderTheirIndex) {
+  test::ScratchDir dir;
+  std::vector<std::string> files;
+  for (int i = 0; i < 400; ++i) {
+    files.push_back((dir / ("f" + std::to_string(i))).string());
+    // File i holds i % 7 hits, on lines 2, 3, ...
+    std::string body = "head\n";
+    for (int k = 0; k < i % 7; ++k) body += "x foo " + std::to_string(i) + "\n";
+    test::writeFile(files.back(), body);
+  }
+  auto finder =
+      FileTextInProject::instanceWithFiles(files, FindTextOptions::instanceWithString(u"foo"));
+  finder->execute();
+  std::vector<std::int64_t> tags = finder->_resultsObjects;
+  std::sort(tags.begin(), tags.end());
+  EXPECT_EQ(std::adjacent_find(tags.begin(), tags.end()), tags.end());
+  std::uint64_t total = 0;
+  for (int i = 0; i < 400; ++i) {
+    const auto it = finder->_tagResults.find(i);
+    ASSERT_EQ(it != finder->_tagResults.end(), i % 7 != 0) << i;
+    EXPECT_EQ(finder->_tagSource.at(i), files[static_cast<std::size_t>(i)]);
+    if (it == finder->_tagResults.end()) continue;
+    ASSERT_EQ(it->second.size(), static_cast<std::size_t>(i % 7));
+    for (std::size_t k = 0; k < it->second.size(); ++k) {
+      EXPECT_EQ(it->second[k]._tag, i);
+      EXPECT_EQ(it->second[k]._lineNumber, k + 2);
+      EXPECT_EQ(it->second[k]._showedText.view(), u"x foo " + toUtf16(std::to_string(i)));
+    }
+    total += it->second.size();
+  }
+  EXPECT_EQ(finder->findResultNumber, total);
+  EXPECT_EQ(tags.size(), finder->_tagResults.size());
+
+  Delegate delegate;
+  auto cancelling = FileTextInProject::instanceWithFiles<CancellingProject>(
+      files, FindTextOptions::instanceWithString(u"foo"), &delegate);
+  cancelling->execute();
+  EXPECT_EQ(delegate.finished, 1);
+  EXPECT_LT(cancelling->answers.load(), 400);
 }
 
 TEST(FindInFilesTest, HitsOverTheMemoryLimitTogetherStopTheWholeSearch) {

@@ -6,6 +6,7 @@
 #include "editor/FindTextInString.h"
 #include "editor/RegexUtils.h"
 #include "platform/Cancellation.h"
+#include "platform/Unicode.h"
 
 namespace harbor {
 namespace {
@@ -207,6 +208,129 @@ TEST(FindTextInStringTest, TooManyHitsStopWithAnErrorInEveryMode) {
     EXPECT_TRUE(error.message.empty());
   }
   FindTextInString::setItemMemoryLimit(FindTextInString::kDefaultItemMemoryLimit);
+}
+
+// The hits of several searches charged to one budget stay within it
+// together, and a search that fails gives back all it took.
+TEST(FindTextInStringTest, SearchesSharingABudgetStayWithinItTogether) {
+  const std::u16string text(3000, u'a');
+  auto o = FindTextOptions::instanceWithString(u"a");
+  for (bool regex : {false, true}) {
+    o->_isRegex = regex;
+    ItemMemoryBudget budget(1000 * sizeof(FindTextItem));
+    Error error;
+    const auto first = FindTextInString::findTextItems(text.substr(0, 400), *o, &error, budget);
+    ASSERT_EQ(first.size(), 400u);
+    const std::size_t held = budget.used();
+    // The list's whole capacity is counted, not only the hits in it.
+    EXPECT_GE(held, first.capacity() * sizeof(FindTextItem));
+    EXPECT_LE(held, budget.limit());
+
+    EXPECT_TRUE(FindTextInString::findTextItems(text, *o, &error, budget).empty());
+    EXPECT_TRUE(FindTextInString::isTooManyItemsError(error));
+    EXPECT_EQ(budget.used(), held);
+
+    // What is left still takes a smaller search.
+    error = {};
+    EXPECT_EQ(FindTextInString::findTextItems(text.substr(0, 100), *o, &error, budget).size(),
+              100u);
+    EXPECT_TRUE(error.message.empty());
+    EXPECT_LE(budget.used(), budget.limit());
+  }
+}
+
+// Over ASCII bytes a literal search gives the items the search over the
+// same text as UTF-16 gives.
+TEST(FindTextInStringTest, AsciiBytesGiveTheItemsOfTheWidenedText) {
+  const std::string longLine = std::string(700, 'x') + " Foo " + std::string(700, 'y');
+  const std::vector<std::string> texts = {
+      "foo",
+      "foo-bar foo_bar foo.bar xfoo FOO\nfOo\r\n",
+      std::string("a\0foo\0", 6) + "\n" + longLine + "\nfoo",
+      "kelvin Key KEY key\nlast foo",
+      "",
+  };
+  struct Mode {
+    std::u16string pattern, replacement;
+    bool word, ignoreCase;
+  };
+  const std::vector<Mode> modes = {
+      {u"foo", u"", false, false},      {u"foo", u"a replacement longer than inline", true, false},
+      {u"FOO", u"r", false, true},      {u"foo", u"", true, true},
+      {u"\u212Aey", u"", false, true},  // the Kelvin sign folds to "k"
+      {u"\u212Aey", u"", false, false}, {u"caf\u00e9", u"", false, true},
+      {u"o", u"", false, false},
+  };
+  for (const std::string& bytes : texts) {
+    const std::u16string wide(bytes.begin(), bytes.end());
+    for (const Mode& m : modes) {
+      auto o = FindTextOptions::instanceWithString(m.pattern);
+      o->_replaceString = m.replacement;
+      o->_isMatchWord = m.word;
+      o->_isCaseSensitive = m.ignoreCase;
+      ItemMemoryBudget b1(FindTextInString::kDefaultItemMemoryLimit),
+          b2(FindTextInString::kDefaultItemMemoryLimit);
+      Error e1, e2;
+      const auto expected = FindTextInString::findTextItems(wide, *o, &e1, b1);
+      const auto got = FindTextInString::findTextItemsInAscii(bytes, *o, &e2, b2);
+      const std::string label = toUtf8(m.pattern) + " in \"" + bytes.substr(0, 20) + "\"";
+      ASSERT_EQ(got.size(), expected.size()) << label;
+      for (std::size_t i = 0; i < got.size(); ++i) {
+        EXPECT_EQ(got[i]._range, expected[i]._range) << label;
+        EXPECT_EQ(got[i]._showedRange, expected[i]._showedRange) << label;
+        EXPECT_EQ(got[i]._showedText.view(), expected[i]._showedText.view()) << label;
+        EXPECT_EQ(got[i]._replacedText, expected[i]._replacedText) << label;
+      }
+      EXPECT_EQ(b1.used(), b2.used()) << label;
+    }
+  }
+}
+
+// A regular expression that starts with a literal run is tried only where
+// the run occurs; it must find what trying every position finds (a group
+// around the pattern hides the run).
+TEST(FindTextInStringTest, ALiteralStartFindsWhatEveryPositionFinds) {
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"spin_(un)?lock"), u"spin_");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"\\bstatic int"), u"static int");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"abc?d"), u"ab");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"ab{0,2}"), u"a");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"ab+"), u"ab");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"ab|cd"), u"");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"a(b|c)"), u"a");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"[|]ab"), u"");
+  EXPECT_EQ(FindTextInString::regexLiteralStart(u"(ab)"), u"");
+
+  const std::u16string text =
+      u"aab ab abab xab_ ab\nab\u00e9 spin_lock spin_unlock_irq( spin_spin_lock_irqsave(";
+  for (const char16_t* pattern :
+       {u"ab", u"ab\\b", u"\\bab", u"ab(?=a)", u"abab|x", u"spin_(un)?lock_irq[a-z]*\\(",
+        u"spin_(spin_)?lock", u"a+b", u"ab(?<=xab)", u"ab$", u"ab\\w"}) {
+    auto direct = FindTextOptions::instanceWithString(pattern);
+    direct->_isRegex = true;
+    auto grouped = FindTextOptions::instanceWithString(u"(?:" + std::u16string(pattern) + u")");
+    grouped->_isRegex = true;
+    Error e1, e2;
+    std::vector<TextRange> a, b;
+    for (const auto& m : FindTextInString::findTextWithRegex(text, *direct, &e1)) {
+      a.push_back(m.range());
+    }
+    for (const auto& m : FindTextInString::findTextWithRegex(text, *grouped, &e2)) {
+      b.push_back(m.range());
+    }
+    EXPECT_TRUE(e1.message.empty() && e2.message.empty());
+    EXPECT_EQ(a, b) << toUtf8(pattern);
+  }
+
+  // A runaway match at one of the run's places is still a time-out.
+  const auto saved = FindTextInString::regexTimeLimit();
+  FindTextInString::setRegexTimeLimit(50);
+  auto evil = FindTextOptions::instanceWithString(u"x(a+)+$");
+  evil->_isRegex = true;
+  Error error;
+  EXPECT_TRUE(FindTextInString::findTextItems(u"x" + std::u16string(40, u'a') + u"b", *evil, &error)
+                  .empty());
+  EXPECT_EQ(error.domain, kFindTextErrorDomain);
+  FindTextInString::setRegexTimeLimit(saved);
 }
 
 TEST(FindTextInStringTest, HugeLinesShowOnlyTheNeighbourhoodOfAHit) {
