@@ -417,6 +417,9 @@ void MhtFormatParser::parserText(std::u16string_view part) {
 }
 
 std::string MhtFormatParser::parseWholeFile() {
+  text = {};
+  std::u16string().swap(_textHolder);
+  _files.clear();
   std::optional<FileBytes> whole = FileBytes::read(_fileURL);
   if (!whole) return {};
   auto again = instanceWithData(std::string(whole->view()));
