@@ -14,6 +14,7 @@
 #include <cstring>
 #include <functional>
 
+#include "editor/ByteScreen.h"
 #include "encoding/DetectorCharacter.h"
 #include "encoding/EncodingUtil.h"
 #include "encoding/FileBytes.h"
@@ -387,10 +388,6 @@ std::string asciiNeedle(const FindTextOptions& options) {
   return out;
 }
 
-bool isAsciiLetter(char c) {
-  return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
-}
-
 bool isAscii(std::string_view data) {
   const auto* p = reinterpret_cast<const unsigned char*>(data.data());
   std::size_t i = 0;
@@ -406,94 +403,50 @@ bool isAscii(std::string_view data) {
   return !(rest & 0x80);
 }
 
-// Whether ASCII `data` holds `lower` (a lower-case needle) in any case.
-// Candidates come from the first and last byte, sixteen positions at a time.
-// When it does not, `ascii` tells whether every byte is ASCII, learnt on the
-// same pass.
-bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower, bool& ascii) {
-  const std::size_t m = lower.size(), n = data.size();
-  if (m == 0 || n < m) {
-    ascii = isAscii(data);
-    return false;
-  }
-  const char* h = data.data();
-  const char first = lower.front(), last = lower.back();
-  const char firstOr = isAsciiLetter(first) ? 0x20 : 0, lastOr = isAsciiLetter(last) ? 0x20 : 0;
-  auto confirm = [&](std::size_t at) {
-    for (std::size_t k = 0; k < m; ++k) {
-      const char c = h[at + k];
-      if ((isAsciiLetter(c) ? static_cast<char>(c | 0x20) : c) != lower[k]) return false;
-    }
-    return true;
-  };
-  std::size_t i = 0;
-#if defined(__SSE2__)
-  const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
-  const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
-  // High bits gather in a general register: a vector one would be spilled
-  // round the confirming call on every block.
+// Whether `data` holds a needle that passes `screen` and `confirm`. When it
+// does not, `ascii` tells whether every byte is ASCII, learnt on the same
+// pass.
+template <class Confirm>
+bool containsScreened(std::string_view data, std::size_t m, const detail::ByteScreen& screen,
+                      Confirm&& confirm, bool& ascii) {
   unsigned high = 0;
-  for (; i + 16 + m - 1 <= n; i += 16) {
-    const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
-    high |= static_cast<unsigned>(_mm_movemask_epi8(raw));
-    const __m128i a = _mm_or_si128(raw, of);
-    const __m128i b =
-        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
-    unsigned mask = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
-    while (mask) {
-      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
-      if (confirm(i + bit)) return true;
-      mask &= mask - 1;
-    }
-  }
-  const bool highBit = high != 0;
-#else
-  const bool highBit = false;
-#endif
-  ascii = !highBit && isAscii(data.substr(i));
-  for (; i + m <= n; ++i) {
-    if (static_cast<char>(h[i] | firstOr) == first && confirm(i)) return true;
-  }
+  std::size_t blocksEnd = 0;
+  if (detail::findScreened(data, 0, m, screen, confirm, &high, &blocksEnd) !=
+      std::string_view::npos)
+    return true;
+  ascii = high == 0 && isAscii(data.substr(blocksEnd));
   return false;
 }
 
-// Whether `data` holds `needle`: candidates from its first and last byte,
-// sixteen positions at a time, which beats a general substring search on the
-// short needles people type. When it does not, `ascii` tells whether every
-// byte is ASCII.
-bool containsBytes(std::string_view data, std::string_view needle, bool& ascii) {
-  const std::size_t m = needle.size(), n = data.size();
-  if (m == 0 || n < m) {
+// Whether `data` holds `lower` (a lower-case needle) in any ASCII case.
+bool containsIgnoringAsciiCase(std::string_view data, std::string_view lower, bool& ascii) {
+  if (lower.empty()) {
     ascii = isAscii(data);
-    return m == 0;
+    return false;
   }
-  const char* h = data.data();
-  std::size_t i = 0;
-#if defined(__SSE2__)
-  const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
-  // High bits gather in a general register: a vector one would be spilled
-  // round the confirming call on every block.
-  unsigned high = 0;
-  for (; i + 16 + m - 1 <= n; i += 16) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
-    high |= static_cast<unsigned>(_mm_movemask_epi8(a));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
-    unsigned mask = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
-    while (mask) {
-      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
-      if (std::memcmp(h + i + bit, needle.data(), m) == 0) return true;
-      mask &= mask - 1;
-    }
+  return containsScreened(
+      data, lower.size(), detail::ByteScreen::ignoringCase(lower),
+      [&](std::size_t at) {
+        for (std::size_t k = 0; k < lower.size(); ++k) {
+          if (detail::foldAscii(data[at + k]) != lower[k]) return false;
+        }
+        return true;
+      },
+      ascii);
+}
+
+// Whether `data` holds `needle`.
+bool containsBytes(std::string_view data, std::string_view needle, bool& ascii) {
+  if (needle.empty()) {
+    ascii = isAscii(data);
+    return true;
   }
-  const bool highBit = high != 0;
-#else
-  const bool highBit = false;
-#endif
-  if (::memmem(h + i, n - i, needle.data(), m) != nullptr) return true;
-  ascii = !highBit && isAscii(data.substr(i));
-  return false;
+  return containsScreened(
+      data, needle.size(), detail::ByteScreen::exact(needle),
+      [&](std::size_t at) {
+        return std::memcmp(data.data() + at, needle.data(), needle.size()) == 0;
+      },
+      ascii);
 }
 
 // Widens bytes to UTF-16 units; false (with `out` unspecified) when a byte

@@ -11,6 +11,7 @@
 #include <memory>
 #include <sstream>
 
+#include "editor/ByteScreen.h"
 #include "platform/Cancellation.h"
 #include "platform/Strings.h"
 #include "platform/Unicode.h"
@@ -115,79 +116,26 @@ std::size_t findUnits(std::u16string_view hay, std::u16string_view needle, std::
   return npos;
 }
 
-// findUnits over ASCII bytes: sixteen positions at a time.
+// findUnits over ASCII bytes.
 std::size_t findBytes(std::string_view hay, std::string_view needle, std::size_t from) {
-  const std::size_t m = needle.size(), n = hay.size();
-  if (m == 0 || from > n || n - from < m) return npos;
-  const char* h = hay.data();
-  const std::size_t lastStart = n - m;
-  std::size_t i = from;
-  auto confirm = [&](std::size_t at) {
-    return m <= 2 || std::memcmp(h + at + 1, needle.data() + 1, m - 2) == 0;
-  };
-#if defined(__SSE2__)
-  const __m128i vf = _mm_set1_epi8(needle.front()), vl = _mm_set1_epi8(needle.back());
-  while (i + 16 <= lastStart + 1) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
-    unsigned mask = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
-    while (mask) {
-      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
-      if (confirm(i + bit)) return i + bit;
-      mask &= mask - 1;
-    }
-    i += 16;
-  }
-#endif
-  for (; i <= lastStart; ++i) {
-    if (h[i] == needle.front() && h[i + m - 1] == needle.back() && confirm(i)) return i;
-  }
-  return npos;
+  if (needle.empty()) return npos;
+  const std::size_t m = needle.size();
+  return detail::findScreened(hay, from, m, detail::ByteScreen::exact(needle), [&](std::size_t at) {
+    return m <= 2 || std::memcmp(hay.data() + at + 1, needle.data() + 1, m - 2) == 0;
+  });
 }
 
 // findBytes ignoring the case of ASCII letters, for a needle already in
 // lower case: no folded copy of the text is made.
 std::size_t findBytesIgnoringCase(std::string_view hay, std::string_view lower, std::size_t from) {
-  const std::size_t m = lower.size(), n = hay.size();
-  if (m == 0 || from > n || n - from < m) return npos;
-  const char* h = hay.data();
-  auto fold = [](char c) {
-    return static_cast<char>(c + (static_cast<unsigned char>(c - 'A') < 26u ? 32 : 0));
-  };
-  auto isLetter = [](char c) { return static_cast<unsigned char>((c | 0x20) - 'a') < 26u; };
-  auto confirm = [&](std::size_t at) {
-    for (std::size_t k = 0; k < m; ++k) {
-      if (fold(h[at + k]) != lower[k]) return false;
-    }
-    return true;
-  };
-  const char first = lower.front(), last = lower.back();
-  // A letter matches either case, which setting the 0x20 bit makes one.
-  const char firstOr = isLetter(first) ? 0x20 : 0, lastOr = isLetter(last) ? 0x20 : 0;
-  const std::size_t lastStart = n - m;
-  std::size_t i = from;
-#if defined(__SSE2__)
-  const __m128i vf = _mm_set1_epi8(first), vl = _mm_set1_epi8(last);
-  const __m128i of = _mm_set1_epi8(firstOr), ol = _mm_set1_epi8(lastOr);
-  while (i + 16 <= lastStart + 1) {
-    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), of);
-    const __m128i b =
-        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1)), ol);
-    unsigned mask = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, vf), _mm_cmpeq_epi8(b, vl))));
-    while (mask) {
-      const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
-      if (confirm(i + bit)) return i + bit;
-      mask &= mask - 1;
-    }
-    i += 16;
-  }
-#endif
-  for (; i <= lastStart; ++i) {
-    if (confirm(i)) return i;
-  }
-  return npos;
+  if (lower.empty()) return npos;
+  return detail::findScreened(hay, from, lower.size(), detail::ByteScreen::ignoringCase(lower),
+                              [&](std::size_t at) {
+                                for (std::size_t k = 0; k < lower.size(); ++k) {
+                                  if (detail::foldAscii(hay[at + k]) != lower[k]) return false;
+                                }
+                                return true;
+                              });
 }
 
 std::size_t findIn(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
