@@ -91,20 +91,28 @@ TEST(AcceptLimitTest, RunningOutOfDescriptorsPausesAcceptingUntilSomeAreFree) {
   if (child == 0) clients(server.listeningPort(), kClients, go[0], result[1]);
 
   // Fill every free number below the highest open one, then leave room for
-  // exactly kRoom more.
+  // exactly kRoom more. The server's threads may still hold a passing
+  // descriptor (the C library reads /proc and /sys as a thread starts), so
+  // the holes are filled again once the limit is down.
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
   int highest = 0;
   for (int fd = 0; fd < 4096; ++fd) {
     if (::fcntl(fd, F_GETFD) != -1) highest = fd;
   }
   std::vector<int> fillers;
-  for (int fd = 0; fd < highest; ++fd) {
-    if (::fcntl(fd, F_GETFD) == -1) fillers.push_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  }
+  auto fill = [&] {
+    for (int fd = 0; fd <= highest; ++fd) {
+      if (::fcntl(fd, F_GETFD) == -1) fillers.push_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    }
+  };
+  fill();
   rlimit saved{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
   rlimit lowered = saved;
   lowered.rlim_cur = static_cast<rlim_t>(highest + 1 + kRoom);
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  fill();
   ASSERT_EQ(::write(go[1], "c", 1), 1);
 
   // The clients are all connected and idle: the server holds what fits.
