@@ -17,18 +17,10 @@
 #include "gui/MainWindow.h"
 #include "gui/Screens.h"
 #include "gui/StatusLine.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
-
-namespace {
-QString qs(const std::string& s) {
-  return QString::fromStdString(s);
-}
-QString loc(const char* key) {
-  return qs(localizedString(key));
-}
-}  // namespace
 
 // What the archive screen shows itself; the rest goes through the window.
 class ArchiveView::Port : public WindowPort {

@@ -29,6 +29,7 @@
 #include "filemanager/FileUtil.h"
 #include "filemanager/USupportFile.h"
 #include "gui/StatusLine.h"
+#include "gui/Text.h"
 #include "gui/ThumbnailCache.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
@@ -44,13 +45,6 @@ constexpr const char* kLastFolderKey = "SystemDesktopLastFolder";
 constexpr const char* kOwnRowsFormat = "application/x-harbor-browser-rows";
 constexpr int kListIcon = 20;
 constexpr int kGridIcon = 64;
-
-QString qs(const std::string& s) {
-  return QString::fromStdString(s);
-}
-QString loc(const char* key) {
-  return qs(localizedString(key));
-}
 
 // Paints a list row as icon, name and size, a section title as a band, and
 // leaves icon mode to the style.

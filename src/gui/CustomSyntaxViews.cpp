@@ -11,6 +11,7 @@
 #include <QVBoxLayout>
 
 #include "gui/MainWindow.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -19,10 +20,6 @@ namespace {
 
 QString tr8(const char* key) {
   return QString::fromStdString(localizedString(key));
-}
-
-QString qs(const std::string& s) {
-  return QString::fromStdString(s);
 }
 
 const char* titleKey(bool onlyFile) {

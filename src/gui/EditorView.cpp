@@ -23,6 +23,7 @@
 #include "gui/EncodingPicker.h"
 #include "gui/FindBar.h"
 #include "gui/MainWindow.h"
+#include "gui/Text.h"
 #include "platform/NotificationCenter.h"
 #include "platform/NotificationNames.h"
 #include "platform/Strings.h"
@@ -43,10 +44,6 @@ QString toDocumentText(std::u16string_view text) {
 std::u16string fromQString(const QString& s) {
   return std::u16string(reinterpret_cast<const char16_t*>(s.utf16()),
                         static_cast<std::size_t>(s.size()));
-}
-
-QString qs(const std::string& s) {
-  return QString::fromStdString(s);
 }
 
 class Gutter : public QWidget {

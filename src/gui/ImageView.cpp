@@ -6,19 +6,14 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPixmap>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "gui/MainWindow.h"
+#include "gui/PagingBar.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
-
-namespace {
-QString loc(const char* key) {
-  return QString::fromStdString(localizedString(key));
-}
-}  // namespace
 
 ImageView::ImageView(std::vector<std::string> files, std::size_t current, QWidget* parent)
     : QWidget(parent), files_(std::move(files)) {
@@ -26,26 +21,14 @@ ImageView::ImageView(std::vector<std::string> files, std::size_t current, QWidge
   setFocusPolicy(Qt::StrongFocus);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
-  auto* bar = new QWidget(this);
-  auto* barLayout = new QHBoxLayout(bar);
-  barLayout->setContentsMargins(6, 4, 6, 4);
-  previous_ = new QToolButton(bar);
-  previous_->setObjectName(QStringLiteral("previous"));
-  previous_->setText(QStringLiteral("\u2039 ") + loc("Previous"));
-  next_ = new QToolButton(bar);
-  next_->setObjectName(QStringLiteral("next"));
-  next_->setText(loc("Next") + QStringLiteral(" \u203a"));
-  position_ = new QLabel(bar);
-  position_->setObjectName(QStringLiteral("position"));
+  auto* bar = new PagingBar(QStringLiteral("position"), this);
   name_ = new QLabel(bar);
   name_->setObjectName(QStringLiteral("imageName"));
   name_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-  barLayout->addWidget(previous_);
-  barLayout->addWidget(position_);
-  barLayout->addWidget(next_);
-  barLayout->addSpacing(12);
-  barLayout->addWidget(name_, 1);
+  bar->row()->addSpacing(12);
+  bar->row()->addWidget(name_, 1);
   layout->addWidget(bar);
+  bar_ = bar;
   picture_ = new QLabel(this);
   picture_->setObjectName(QStringLiteral("picture"));
   picture_->setAlignment(Qt::AlignCenter);
@@ -54,8 +37,7 @@ ImageView::ImageView(std::vector<std::string> files, std::size_t current, QWidge
   picture_->setBackgroundRole(QPalette::Dark);
   picture_->setAutoFillBackground(true);
   layout->addWidget(picture_, 1);
-  connect(previous_, &QToolButton::clicked, this, [this] { step(-1); });
-  connect(next_, &QToolButton::clicked, this, [this] { step(1); });
+  connect(bar, &PagingBar::stepped, this, &ImageView::step);
   if (!files_.empty()) showImage(current < files_.size() ? current : 0);
 }
 
@@ -73,9 +55,7 @@ void ImageView::showImage(std::size_t index) {
                                        .arg(QFileInfo(path).fileName())
                                        .arg(image_.width())
                                        .arg(image_.height()));
-  position_->setText(QStringLiteral("%1 / %2").arg(index + 1).arg(files_.size()));
-  previous_->setEnabled(index > 0);
-  next_->setEnabled(index + 1 < files_.size());
+  bar_->setPosition(static_cast<int>(index), static_cast<int>(files_.size()));
   fit();
 }
 

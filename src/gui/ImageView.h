@@ -8,9 +8,10 @@
 
 class QLabel;
 class QScrollArea;
-class QToolButton;
 
 namespace harbor::gui {
+
+class PagingBar;
 
 // An image fitted to the view, paging through the folder's images the
 // browser handed over (Left and Right, or the buttons).
@@ -36,10 +37,8 @@ class ImageView : public QWidget {
   std::vector<std::string> files_;
   std::size_t current_ = 0;
   QLabel* picture_ = nullptr;
-  QLabel* position_ = nullptr;
+  PagingBar* bar_ = nullptr;
   QLabel* name_ = nullptr;
-  QToolButton* previous_ = nullptr;
-  QToolButton* next_ = nullptr;
   QImage image_;
 };
 

@@ -10,6 +10,7 @@
 #include "gui/MainWindow.h"
 #include "gui/PasswordSettingsView.h"
 #include "gui/Screens.h"
+#include "gui/Text.h"
 #include "gui/Theme.h"
 #include "platform/Resources.h"
 #include "platform/Strings.h"
@@ -17,10 +18,6 @@
 namespace harbor::gui {
 
 namespace {
-
-QString loc(const std::string& key) {
-  return QString::fromStdString(localizedString(key));
-}
 
 // The header and the messages are shown on the lock itself, not in the
 // status line of a window whose content is hidden.

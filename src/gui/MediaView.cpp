@@ -14,14 +14,12 @@
 #include <algorithm>
 
 #include "gui/MainWindow.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
 
 namespace {
-QString loc(const char* key) {
-  return QString::fromStdString(localizedString(key));
-}
 QString clock(qint64 ms) {
   const qint64 s = ms / 1000;
   return s >= 3600 ? QStringLiteral("%1:%2:%3")

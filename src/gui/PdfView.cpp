@@ -1,23 +1,17 @@
 #include "gui/PdfView.h"
 
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QPdfDocument>
 #include <QPdfPageNavigator>
 #include <QPdfView>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "gui/MainWindow.h"
+#include "gui/PagingBar.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
-
-namespace {
-QString loc(const char* key) {
-  return QString::fromStdString(localizedString(key));
-}
-}  // namespace
 
 PdfView::PdfView(const std::string& path, QWidget* parent) : QWidget(parent) {
   setObjectName(QStringLiteral("pdfView"));
@@ -25,22 +19,9 @@ PdfView::PdfView(const std::string& path, QWidget* parent) : QWidget(parent) {
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  auto* bar = new QWidget(this);
-  auto* barLayout = new QHBoxLayout(bar);
-  barLayout->setContentsMargins(6, 4, 6, 4);
-  previous_ = new QToolButton(bar);
-  previous_->setObjectName(QStringLiteral("previous"));
-  previous_->setText(QStringLiteral("\u2039 ") + loc("Previous"));
-  next_ = new QToolButton(bar);
-  next_->setObjectName(QStringLiteral("next"));
-  next_->setText(loc("Next") + QStringLiteral(" \u203a"));
-  pages_ = new QLabel(bar);
-  pages_->setObjectName(QStringLiteral("pages"));
-  barLayout->addWidget(previous_);
-  barLayout->addWidget(pages_);
-  barLayout->addWidget(next_);
-  barLayout->addStretch(1);
-  layout->addWidget(bar);
+  bar_ = new PagingBar(QStringLiteral("pages"), this);
+  bar_->row()->addStretch(1);
+  layout->addWidget(bar_);
 
   document_ = new QPdfDocument(this);
   view_ = new QPdfView(this);
@@ -50,8 +31,7 @@ PdfView::PdfView(const std::string& path, QWidget* parent) : QWidget(parent) {
   view_->setDocument(document_);
   layout->addWidget(view_, 1);
 
-  connect(previous_, &QToolButton::clicked, this, [this] { goToPage(currentPage() - 1); });
-  connect(next_, &QToolButton::clicked, this, [this] { goToPage(currentPage() + 1); });
+  connect(bar_, &PagingBar::stepped, this, [this](int by) { goToPage(currentPage() + by); });
   connect(view_->pageNavigator(), &QPdfPageNavigator::currentPageChanged, this,
           [this] { refresh(); });
   connect(document_, &QPdfDocument::statusChanged, this, [this] { refresh(); });
@@ -65,6 +45,10 @@ PdfView::~PdfView() {
   view_->pageNavigator()->disconnect(this);
   view_->setDocument(nullptr);
   delete document_;
+}
+
+QLabel* PdfView::pagesLabel() const {
+  return bar_->findChild<QLabel*>(QStringLiteral("pages"));
 }
 
 int PdfView::pageCount() const {
@@ -83,13 +67,8 @@ void PdfView::goToPage(int page) {
 
 void PdfView::refresh() {
   const int count = pageCount();
-  if (document_->status() == QPdfDocument::Status::Error) {
-    pages_->setText(loc("Failure"));
-  } else {
-    pages_->setText(QStringLiteral("%1 / %2").arg(count ? currentPage() + 1 : 0).arg(count));
-  }
-  previous_->setEnabled(count > 0 && currentPage() > 0);
-  next_->setEnabled(currentPage() + 1 < count);
+  bar_->setPosition(currentPage(), count);
+  if (document_->status() == QPdfDocument::Status::Error) bar_->setPositionText(loc("Failure"));
 }
 
 }  // namespace harbor::gui

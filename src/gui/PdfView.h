@@ -6,9 +6,10 @@
 class QLabel;
 class QPdfDocument;
 class QPdfView;
-class QToolButton;
 
 namespace harbor::gui {
+
+class PagingBar;
 
 // A PDF document, all pages in one scroll, fitted to the width.
 class PdfView : public QWidget {
@@ -20,16 +21,14 @@ class PdfView : public QWidget {
   int pageCount() const;
   int currentPage() const;
   void goToPage(int page);
-  QLabel* pagesLabel() const { return pages_; }
+  QLabel* pagesLabel() const;
 
  private:
   void refresh();
 
   QPdfDocument* document_ = nullptr;
   QPdfView* view_ = nullptr;
-  QLabel* pages_ = nullptr;
-  QToolButton* previous_ = nullptr;
-  QToolButton* next_ = nullptr;
+  PagingBar* bar_ = nullptr;
 };
 
 }  // namespace harbor::gui

@@ -25,6 +25,7 @@
 #include "gui/PreferenceTable.h"
 #include "gui/QtScreenPort.h"
 #include "gui/Screens.h"
+#include "gui/Text.h"
 #include "gui/Theme.h"
 #include "platform/NotificationNames.h"
 #include "platform/Strings.h"
@@ -35,10 +36,6 @@
 namespace harbor::gui {
 
 namespace {
-
-QString qs(const std::string& key) {
-  return QString::fromStdString(localizedString(key));
-}
 
 void settingsChanged() {
   NotificationCenter::defaultCenter().post(notifications::SystemSettingsNotification);
@@ -132,7 +129,7 @@ class EncodingChoice : public IPickSystemLanguageView {
     picker_.viewDidLoad();
     std::vector<std::string> rows;
     for (int i = 0; i < picker_.numberOfRows(); ++i) rows.push_back(picker_.textOfRow(i));
-    dialog_ = new ChoiceDialog(parent, qs("Encoding"), rows, picker_.getSelectInt(),
+    dialog_ = new ChoiceDialog(parent, loc("Encoding"), rows, picker_.getSelectInt(),
                                [this](int row) { picker_.didSelectRow(row); });
     dialog_->setObjectName(QStringLiteral("picker_loadEncoding"));
     // The dialog owns this adapter.
@@ -169,7 +166,7 @@ ChoiceDialog::ChoiceDialog(QWidget* parent, const QString& title,
   for (const std::string& row : rows) list_->addItem(QString::fromStdString(row));
   mark(marked);
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
-  buttons->button(QDialogButtonBox::Cancel)->setText(qs("Cancel"));
+  buttons->button(QDialogButtonBox::Cancel)->setText(loc("Cancel"));
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
   layout->addWidget(buttons);
   connect(list_, &QListWidget::itemClicked, this, [this, choose](QListWidgetItem* item) {
@@ -191,7 +188,7 @@ void ChoiceDialog::mark(int row) {
 
 SettingsView::SettingsView(MainWindow& window) : QWidget(&window), window_(window) {
   setObjectName(QStringLiteral("settingsView"));
-  setProperty("crumb", qs("Settings"));
+  setProperty("crumb", loc("Settings"));
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   table_ = new PreferenceTable(this);
@@ -283,7 +280,7 @@ void SettingsView::addRow(QWidget* section, const PreferenceRow& row) {
 void SettingsView::runEvent(const std::string& event) {
   if (auto it = pickers().find(event); it != pickers().end()) {
     const Picker& picker = it->second;
-    auto* dialog = new ChoiceDialog(this, qs(picker.title), picker.rows(), picker.selected(),
+    auto* dialog = new ChoiceDialog(this, loc(picker.title), picker.rows(), picker.selected(),
                                     [choose = picker.choose](int row) {
                                       choose(row);
                                       settingsChanged();
@@ -308,8 +305,8 @@ void SettingsView::runEvent(const std::string& event) {
     QtScreenPort(this).showMessage(localizedString("TempCleared"));
   } else if (event == "aboutUs:") {
     QMessageBox::about(
-        this, qs("AboutUs"),
-        QApplication::applicationDisplayName() + QStringLiteral("\n\n") + qs("AboutText"));
+        this, loc("AboutUs"),
+        QApplication::applicationDisplayName() + QStringLiteral("\n\n") + loc("AboutText"));
   }
 }
 
@@ -317,7 +314,7 @@ void SettingsView::nightModeOptions() {
   auto* dialog = new QDialog(this);
   dialog->setObjectName(QStringLiteral("nightModeOptions"));
   dialog->setAttribute(Qt::WA_DeleteOnClose);
-  dialog->setWindowTitle(qs("Night mode"));
+  dialog->setWindowTitle(loc("Night mode"));
   auto* form = new QFormLayout(dialog);
   auto timeOf = [](AppUserDefaultUtils::Clock::time_point t) {
     return QDateTime::fromSecsSinceEpoch(
@@ -330,11 +327,11 @@ void SettingsView::nightModeOptions() {
   auto* end = new QTimeEdit(timeOf(AppUserDefaultUtils::getEndTime()), dialog);
   end->setObjectName(QStringLiteral("nightEnd"));
   end->setDisplayFormat(QStringLiteral("HH:mm"));
-  form->addRow(qs("NightModeStart"), start);
-  form->addRow(qs("NightModeEnd"), end);
+  form->addRow(loc("NightModeStart"), start);
+  form->addRow(loc("NightModeEnd"), end);
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
-  buttons->button(QDialogButtonBox::Ok)->setText(qs("OK"));
-  buttons->button(QDialogButtonBox::Cancel)->setText(qs("Cancel"));
+  buttons->button(QDialogButtonBox::Ok)->setText(loc("OK"));
+  buttons->button(QDialogButtonBox::Cancel)->setText(loc("Cancel"));
   form->addRow(buttons);
   connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
   connect(buttons, &QDialogButtonBox::accepted, dialog, [dialog, start, end] {

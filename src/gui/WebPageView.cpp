@@ -23,6 +23,7 @@
 #include "gui/MhtView.h"
 #include "gui/PdfView.h"
 #include "gui/Screens.h"
+#include "gui/Text.h"
 #include "platform/Log.h"
 #include "platform/Strings.h"
 #include "viewers/mht/MhtFormatParser.h"
@@ -36,12 +37,6 @@ QT_END_NAMESPACE
 namespace harbor::gui {
 
 namespace {
-QString qs(const std::string& s) {
-  return QString::fromStdString(s);
-}
-QString loc(const char* key) {
-  return qs(localizedString(key));
-}
 std::atomic<int> served{0};
 }  // namespace
 
