@@ -72,9 +72,15 @@ WebEngine* loadWebEngine() {
   // What the engine does when linked in, done only now: pages share one
   // OpenGL context with the windows that show them.
   if (!QOpenGLContext::globalShareContext()) {
-    auto* context = new QOpenGLContext(QCoreApplication::instance());
+    auto* context = new QOpenGLContext;
     context->create();
     qt_gl_set_global_share_context(context);
+    // Gone with the application, and Qt told so first.
+    qAddPostRoutine([] {
+      QOpenGLContext* shared = QOpenGLContext::globalShareContext();
+      qt_gl_set_global_share_context(nullptr);
+      delete shared;
+    });
   }
   for (const QString& path : pluginCandidates()) {
     if (!QFileInfo::exists(path)) continue;
