@@ -283,6 +283,11 @@ TEST_F(MhtTest, ArchiveFromDiskMatchesTheInMemoryParse) {
       {"Content-Type: font/woff\nContent-Transfer-Encoding: base64\n"
        "Content-Location: http://h.test/f.woff",
        wrapped(big.substr(0, 90000)) + "not base64!\n" + big.substr(0, 4000)});
+  // The same where the stray line cuts a group of four letters in two.
+  parts.push_back(
+      {"Content-Type: font/woff2\nContent-Transfer-Encoding: base64\n"
+       "Content-Location: http://h.test/g.woff2",
+       wrapped(big.substr(0, 90001)) + "\x01\n" + big.substr(1, 4003)});
   // Too small to go to disk, and a page, which never does.
   parts.push_back(
       {"Content-Type: image/gif\nContent-Transfer-Encoding: base64\n"
@@ -334,6 +339,13 @@ TEST(MhtCodecs, Base64AndQuotedPrintable) {
     stream.feed(std::string_view(text).substr(cut), out);
     stream.finish(out);
     EXPECT_EQ(out, MhtFormatParser::atob(std::string_view(text))) << cut;
+    // Stopped there instead, the unfinished group decodes with the rest.
+    MhtFormatParser::Base64Stream head;
+    std::string first;
+    head.feed(std::string_view(text).substr(0, cut), first);
+    EXPECT_EQ(first + MhtFormatParser::atob(head.unfinished() + "\n" + text.substr(cut)),
+              MhtFormatParser::atob(std::string_view(text)))
+        << cut;
   }
   EXPECT_EQ(MhtFormatParser::decodeQuotedPrintable("a=3d=3Db=e9c=\n=4"),
             "a==b\xE9"
