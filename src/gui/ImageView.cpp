@@ -21,14 +21,13 @@ ImageView::ImageView(std::vector<std::string> files, std::size_t current, QWidge
   setFocusPolicy(Qt::StrongFocus);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
-  auto* bar = new PagingBar(QStringLiteral("position"), this);
-  name_ = new QLabel(bar);
+  bar_ = new PagingBar(QStringLiteral("position"), this);
+  name_ = new QLabel(bar_);
   name_->setObjectName(QStringLiteral("imageName"));
   name_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-  bar->row()->addSpacing(12);
-  bar->row()->addWidget(name_, 1);
-  layout->addWidget(bar);
-  bar_ = bar;
+  bar_->row()->addSpacing(12);
+  bar_->row()->addWidget(name_, 1);
+  layout->addWidget(bar_);
   picture_ = new QLabel(this);
   picture_->setObjectName(QStringLiteral("picture"));
   picture_->setAlignment(Qt::AlignCenter);
@@ -37,7 +36,7 @@ ImageView::ImageView(std::vector<std::string> files, std::size_t current, QWidge
   picture_->setBackgroundRole(QPalette::Dark);
   picture_->setAutoFillBackground(true);
   layout->addWidget(picture_, 1);
-  connect(bar, &PagingBar::stepped, this, &ImageView::step);
+  connect(bar_, &PagingBar::stepped, this, &ImageView::step);
   if (!files_.empty()) showImage(current < files_.size() ? current : 0);
 }
 
