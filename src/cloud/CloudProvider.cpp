@@ -109,7 +109,10 @@ std::optional<CloudItem> LocalSyncFolderProvider::itemAt(const std::string& path
   if (auto item = presentItem(path)) return item;
   const std::string placeholder = placeholderPath(path);
   auto size = placeholderSize(placeholder);
-  if (!size) return std::nullopt;
+  // The sync client puts a downloaded file in place before it takes the
+  // placeholder away: a placeholder gone since the first look means the file
+  // is there now.
+  if (!size) return presentItem(path);
   CloudItem item;
   item.filename = fs::path(path).filename().string();
   item.path = path;
