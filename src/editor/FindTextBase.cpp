@@ -199,6 +199,19 @@ void tagItems(std::vector<FindTextItem>& items, std::basic_string_view<Char> tex
   }
 }
 
+// Hands a text's items to the driver, tagged and with their lines numbered
+// where asked, or the error that ended its search.
+template <class Char>
+void deliver(FindTextBase& driver, std::int64_t tag, std::vector<FindTextItem> items,
+             const Error& error, std::basic_string_view<Char> text, bool countLines) {
+  if (!error.message.empty()) {
+    driver.onFinished({}, tag, &error);
+    return;
+  }
+  tagItems(items, text, tag, countLines);
+  driver.onFinished(std::move(items), tag, nullptr);
+}
+
 }  // namespace
 
 void FindTextOperationBase::report(std::u16string_view text, const Error* readError,
@@ -211,12 +224,7 @@ void FindTextOperationBase::report(std::u16string_view text, const Error* readEr
   Error error;
   std::vector<FindTextItem> items = FindTextInString::findTextItems(
       text, *_findTextOptions, &error, _findTextDelegate->itemBudget());
-  if (!error.message.empty()) {
-    _findTextDelegate->onFinished({}, _tag, &error);
-    return;
-  }
-  tagItems(items, text, _tag, countLines);
-  _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
+  deliver(*_findTextDelegate, _tag, std::move(items), error, text, countLines);
 }
 
 void FileTextInStringsOperation::main() {
@@ -248,12 +256,7 @@ void FileTextInProjectOperation::searchFile(const std::string& path, std::string
   }
   std::vector<FindTextItem> items = FindTextInString::findTextItemsInAscii(
       file.ascii, *_findTextOptions, &error, _findTextDelegate->itemBudget());
-  if (!error.message.empty()) {
-    _findTextDelegate->onFinished({}, _tag, &error);
-    return;
-  }
-  tagItems(items, file.ascii, _tag, true);
-  _findTextDelegate->onFinished(std::move(items), _tag, nullptr);
+  deliver(*_findTextDelegate, _tag, std::move(items), error, file.ascii, true);
 }
 
 void FileTextInProjectOperation::main() {
@@ -583,13 +586,11 @@ bool readProjectFile(const std::string& path, const FindTextOptions& options,
       whole = got <= size;
       data = std::string_view(buffer.bytes.get(), got);
     }
+    ::close(fd);
     if (!whole) {
-      ::close(fd);
       mapped = FileBytes::read(path, error);
       if (!mapped) return false;
       data = mapped->view();
-    } else {
-      ::close(fd);
     }
   } else {
     ::close(fd);

@@ -138,10 +138,6 @@ std::size_t findBytesIgnoringCase(std::string_view hay, std::string_view lower, 
                               });
 }
 
-std::size_t findIn(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
-  return findUnits(hay, needle, from);
-}
-
 // Start of the line holding `location`, looking back at most `limit` units;
 // a longer line starts at the limit (never inside a surrogate pair).
 template <class Char>
@@ -270,9 +266,6 @@ std::string withArgument(const char* key, std::string_view argument) {
 
 // Runs a literal search, calling `onHit` for each hit that passes the word
 // test; `onHit` returns false to stop. False when the search stopped or the
-// thread was cancelled before the end.
-// Runs a literal search, calling `onHit` for each hit that passes the word
-// test; `onHit` returns false to stop. False when the search stopped or the
 // thread was cancelled before the end. The source is UTF-16, or ASCII text
 // as bytes: there a needle that holds (after folding) a unit past ASCII
 // cannot occur.
@@ -312,7 +305,7 @@ bool literalSearch(std::basic_string_view<Char> source, const FindTextOptions& o
       at = options._isCaseSensitive ? findBytesIgnoringCase(hay, pattern, from)
                                     : findBytes(hay, pattern, from);
     } else {
-      at = findIn(hay, pattern, from);
+      at = findUnits(hay, pattern, from);
     }
     if (at == npos) break;
     const TextRange range{at, pattern.size()};

@@ -147,18 +147,10 @@ std::string MhtFormatParser::parser() {
     // The bodies set aside were whole lines of ASCII. UTF-8 reads the rest
     // the same without them; for another charset the guess could turn on
     // the missing letters, so the archive is read whole after all.
-    if (DetectorCharacter::readsAsUtf8(_fileHead, _data)) {
-      decoded =
-          StringEncodings::decode(_data, EncodingUtil::convertStringToNSStringEncoding("UTF-8"));
-      encoding = "UTF-8";
-    } else {
-      removeSpools();
-      _spools.clear();
-      _spoolToken.clear();
-      std::optional<FileBytes> whole = FileBytes::read(_fileURL);
-      if (!whole) return {};
-      _data.assign(whole->view());
-    }
+    if (!DetectorCharacter::readsAsUtf8(_fileHead, _data)) return parseWholeFile();
+    decoded =
+        StringEncodings::decode(_data, EncodingUtil::convertStringToNSStringEncoding("UTF-8"));
+    encoding = "UTF-8";
   }
   if (!allAscii && !decoded) decoded = DetectorCharacter::detectorWithData(_data, &encoding);
   if (decoded) {
@@ -417,6 +409,7 @@ void MhtFormatParser::parserText(std::u16string_view part) {
 }
 
 std::string MhtFormatParser::parseWholeFile() {
+  std::string().swap(_data);
   text = {};
   std::u16string().swap(_textHolder);
   _files.clear();
