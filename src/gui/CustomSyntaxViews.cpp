@@ -18,10 +18,6 @@ namespace harbor::gui {
 
 namespace {
 
-QString tr8(const char* key) {
-  return QString::fromStdString(localizedString(key));
-}
-
 const char* titleKey(bool onlyFile) {
   return onlyFile ? "Syntax highlighting for file name" : "Syntax highlighting for extension";
 }
@@ -34,7 +30,7 @@ CustomSyntaxListView::CustomSyntaxListView(bool onlyFile, MainWindow& window, QW
     : QWidget(parent), port_(this, window), window_(window) {
   setObjectName(onlyFile ? QStringLiteral("customSyntaxByFile")
                          : QStringLiteral("customSyntaxByExtension"));
-  setProperty("crumb", tr8(titleKey(onlyFile)));
+  setProperty("crumb", loc(titleKey(onlyFile)));
   if (onlyFile) {
     controller_ = std::make_unique<CustomSyntaxOnlyForFile>(&port_);
   } else {
@@ -44,9 +40,9 @@ CustomSyntaxListView::CustomSyntaxListView(bool onlyFile, MainWindow& window, QW
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(10, 10, 10, 10);
   auto* buttons = new QHBoxLayout;
-  add_ = new QPushButton(tr8("Add"), this);
+  add_ = new QPushButton(loc("Add"), this);
   add_->setObjectName(QStringLiteral("syntaxAdd"));
-  delete_ = new QPushButton(tr8("Delete"), this);
+  delete_ = new QPushButton(loc("Delete"), this);
   delete_->setObjectName(QStringLiteral("syntaxDelete"));
   buttons->addWidget(add_);
   buttons->addWidget(delete_);
@@ -59,11 +55,11 @@ CustomSyntaxListView::CustomSyntaxListView(bool onlyFile, MainWindow& window, QW
   list_->setUniformRowHeights(true);
   list_->setAlternatingRowColors(true);
   list_->setColumnCount(2);
-  list_->setHeaderLabels({tr8("Syntax file"), tr8(onlyFile ? "File names" : "Extensions")});
+  list_->setHeaderLabels({loc("Syntax file"), loc(onlyFile ? "File names" : "Extensions")});
   list_->setColumnWidth(0, 260);
   list_->header()->setStretchLastSection(true);
   layout->addWidget(list_, 1);
-  empty_ = new QLabel(tr8(onlyFile ? "eg. php.ini" : "eg. html,htm,asp,php,jsp,aspx"), this);
+  empty_ = new QLabel(loc(onlyFile ? "eg. php.ini" : "eg. html,htm,asp,php,jsp,aspx"), this);
   empty_->setObjectName(QStringLiteral("syntaxEmpty"));
   empty_->setAlignment(Qt::AlignCenter);
   empty_->setEnabled(false);
@@ -135,7 +131,7 @@ void CustomSyntaxEditView::Port::close() {
 
 std::function<QString(QWidget*)>& CustomSyntaxEditView::filePicker() {
   static std::function<QString(QWidget*)> pick = [](QWidget* parent) {
-    return QFileDialog::getOpenFileName(parent, tr8("Syntax file"), QString(),
+    return QFileDialog::getOpenFileName(parent, loc("Syntax file"), QString(),
                                         QStringLiteral("Syntax (*.stx);;*"));
   };
   return pick;
@@ -148,7 +144,7 @@ CustomSyntaxEditView::CustomSyntaxEditView(CustomSyntaxListView& list,
   controller_ =
       row ? list.controller().didSelectRow(*row, &port_) : list.controller().addSyntax(&port_);
   const bool onlyFile = controller_->isOnlyForFile;
-  setProperty("crumb", tr8(titleKey(onlyFile)));
+  setProperty("crumb", loc(titleKey(onlyFile)));
   QPointer<MainWindow> owner = &window;
   AddSyntaxViewController::openInEditor = [owner](const std::string& path) {
     if (owner) owner->openEditor(path);
@@ -166,25 +162,25 @@ CustomSyntaxEditView::CustomSyntaxEditView(CustomSyntaxListView& list,
   // Chosen with the picker only, so the name is always one of a real file.
   stx_->setReadOnly(true);
   stx_->setPlaceholderText(QStringLiteral("*.stx"));
-  pick_ = new QPushButton(tr8("Choose\u2026"), this);
+  pick_ = new QPushButton(loc("Choose\u2026"), this);
   pick_->setObjectName(QStringLiteral("stxPick"));
-  view_ = new QPushButton(tr8("View"), this);
+  view_ = new QPushButton(loc("View"), this);
   view_->setObjectName(QStringLiteral("stxView"));
   stxRow->addWidget(stx_, 1);
   stxRow->addWidget(pick_);
   stxRow->addWidget(view_);
-  form->addRow(tr8("Syntax file"), stxRow);
+  form->addRow(loc("Syntax file"), stxRow);
 
   value_ = new QLineEdit(this);
   value_->setObjectName(QStringLiteral("syntaxValue"));
-  value_->setPlaceholderText(tr8(onlyFile ? "eg. php.ini" : "eg. html,htm,asp,php,jsp,aspx"));
+  value_->setPlaceholderText(loc(onlyFile ? "eg. php.ini" : "eg. html,htm,asp,php,jsp,aspx"));
   value_->setText(qs(controller_->value));
-  form->addRow(tr8(onlyFile ? "File names" : "Extensions"), value_);
+  form->addRow(loc(onlyFile ? "File names" : "Extensions"), value_);
   layout->addLayout(form);
 
   auto* buttons = new QHBoxLayout;
   buttons->addStretch(1);
-  save_ = new QPushButton(tr8("Save"), this);
+  save_ = new QPushButton(loc("Save"), this);
   save_->setObjectName(QStringLiteral("syntaxSave"));
   save_->setDefault(true);
   buttons->addWidget(save_);
@@ -229,9 +225,9 @@ QWidget* makeCustomSyntaxScreen(MainWindow& window) {
   tabs->setObjectName(QStringLiteral("customSyntax"));
   tabs->setDocumentMode(true);
   for (bool onlyFile : {false, true}) {
-    tabs->addTab(new CustomSyntaxListView(onlyFile, window), tr8(titleKey(onlyFile)));
+    tabs->addTab(new CustomSyntaxListView(onlyFile, window), loc(titleKey(onlyFile)));
   }
-  tabs->setProperty("crumb", tr8("Custom syntax"));
+  tabs->setProperty("crumb", loc("Custom syntax"));
   return tabs;
 }
 

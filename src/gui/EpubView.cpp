@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "gui/MainWindow.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 #include "viewers/epub/EpubReader.h"
 #include "viewers/epub/EpubUtil.h"
@@ -50,7 +51,7 @@ EpubView::EpubView(const std::string& path, QWidget* parent) : WebPageView(paren
     updatePaging(0, 0);
     if (web())
       web()->setHtml(QStringLiteral("<p style='font-family:sans-serif'>%1</p>")
-                         .arg(QString::fromStdString(localizedString("Failure")).toHtmlEscaped()));
+                         .arg(loc("Failure").toHtmlEscaped()));
     return;
   }
   showChapter(0);

@@ -12,15 +12,12 @@
 
 #include "editor/EditorBaseController.h"
 #include "gui/EditorView.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
 
 namespace {
-
-QString tr8(const char* key) {
-  return QString::fromStdString(localizedString(key));
-}
 
 std::u16string fromQString(const QString& s) {
   return std::u16string(reinterpret_cast<const char16_t*>(s.utf16()),
@@ -40,15 +37,15 @@ FindBar::FindBar(EditorView& view)
 
   find_ = new QLineEdit(this);
   find_->setObjectName(QStringLiteral("findField"));
-  find_->setPlaceholderText(tr8("Find"));
+  find_->setPlaceholderText(loc("Find"));
   find_->setClearButtonEnabled(true);
   replace_ = new QLineEdit(this);
   replace_->setObjectName(QStringLiteral("replaceField"));
-  replace_->setPlaceholderText(tr8("Replace with"));
+  replace_->setPlaceholderText(loc("Replace with"));
   replace_->setClearButtonEnabled(true);
 
   auto button = [this](const char* name, const char* key) {
-    auto* b = new QPushButton(tr8(key), this);
+    auto* b = new QPushButton(loc(key), this);
     b->setObjectName(QLatin1String(name));
     b->setAutoDefault(false);
     return b;
@@ -59,7 +56,7 @@ FindBar::FindBar(EditorView& view)
   replaceAll_ = button("replaceAll", "Replace All");
 
   auto box = [this](const char* name, const char* key) {
-    auto* b = new QCheckBox(tr8(key), this);
+    auto* b = new QCheckBox(loc(key), this);
     b->setObjectName(QLatin1String(name));
     return b;
   };
@@ -76,7 +73,7 @@ FindBar::FindBar(EditorView& view)
   auto* close = new QToolButton(this);
   close->setObjectName(QStringLiteral("findClose"));
   close->setText(QStringLiteral("\u2715"));
-  close->setToolTip(tr8("Close"));
+  close->setToolTip(loc("Close"));
   close->setAutoRaise(true);
 
   grid->addWidget(find_, 0, 0);
@@ -187,7 +184,7 @@ void FindBar::refresh() {
       hits_.clear();
       status = QString::fromStdString(error.message.empty() ? error.domain : error.message);
     } else if (hits_.empty()) {
-      status = tr8("No results");
+      status = loc("No results");
     } else {
       status = QString::number(hits_.size());
     }
@@ -309,7 +306,7 @@ std::size_t FindBar::replaceAll() {
   if (!controller_->changeText(TextRange{from, to - from}, replaced)) return 0;
   view_.sync();
   refresh();
-  count_->setText(tr8("Replaced") + QStringLiteral(": %1").arg(count));
+  count_->setText(loc("Replaced") + QStringLiteral(": %1").arg(count));
   return count;
 }
 

@@ -20,6 +20,7 @@
 #include "gui/EditorView.h"
 #include "gui/MainWindow.h"
 #include "gui/Screens.h"
+#include "gui/Text.h"
 #include "platform/Log.h"
 #include "platform/Strings.h"
 
@@ -36,10 +37,6 @@ enum Role {
   MarkFromRole,  // the hit inside the shown line
   MarkLengthRole,
 };
-
-QString tr8(const char* key) {
-  return QString::fromStdString(localizedString(key));
-}
 
 std::u16string fromQString(const QString& s) {
   return std::u16string(reinterpret_cast<const char16_t*>(s.utf16()),
@@ -136,12 +133,12 @@ FindInFilesView::FindInFilesView(const std::string& folder, MainWindow& window, 
   auto* row = new QHBoxLayout;
   pattern_ = new QLineEdit(this);
   pattern_->setObjectName(QStringLiteral("findInFilesField"));
-  pattern_->setPlaceholderText(tr8("Find in files"));
+  pattern_->setPlaceholderText(loc("Find in files"));
   pattern_->setClearButtonEnabled(true);
-  find_ = new QPushButton(tr8("Find"), this);
+  find_ = new QPushButton(loc("Find"), this);
   find_->setObjectName(QStringLiteral("findInFilesStart"));
   find_->setDefault(true);
-  cancel_ = new QPushButton(tr8("Cancel"), this);
+  cancel_ = new QPushButton(loc("Cancel"), this);
   cancel_->setObjectName(QStringLiteral("findInFilesCancel"));
   row->addWidget(pattern_, 1);
   row->addWidget(find_);
@@ -151,7 +148,7 @@ FindInFilesView::FindInFilesView(const std::string& folder, MainWindow& window, 
   auto* options = new QHBoxLayout;
   options->setSpacing(14);
   auto box = [this](const char* name, const char* key) {
-    auto* b = new QCheckBox(tr8(key), this);
+    auto* b = new QCheckBox(loc(key), this);
     b->setObjectName(QLatin1String(name));
     return b;
   };
@@ -183,7 +180,7 @@ FindInFilesView::FindInFilesView(const std::string& folder, MainWindow& window, 
   tree_ = new QTreeWidget(this);
   tree_->setObjectName(QStringLiteral("findInFilesResults"));
   tree_->setColumnCount(2);
-  tree_->setHeaderLabels({tr8("Name"), tr8("Text")});
+  tree_->setHeaderLabels({loc("Name"), loc("Text")});
   tree_->setUniformRowHeights(true);
   tree_->setAlternatingRowColors(true);
   tree_->setItemDelegate(new HitDelegate(tree_));
@@ -231,7 +228,7 @@ void FindInFilesView::start() {
       return;
     }
   }
-  status_->setText(tr8("Searching"));
+  status_->setText(loc("Searching"));
   progress_->setRange(0, 0);
   setRunning(true);
   search_ = std::make_shared<Search>();
@@ -357,7 +354,7 @@ void FindInFilesView::fileDone(std::size_t done, std::size_t total) {
   if (!running_) return;
   progress_->setRange(0, static_cast<int>(std::max<std::size_t>(total, 1)));
   progress_->setValue(static_cast<int>(done));
-  status_->setText(tr8("Searching") + QStringLiteral(" %1 / %2").arg(done).arg(total));
+  status_->setText(loc("Searching") + QStringLiteral(" %1 / %2").arg(done).arg(total));
 }
 
 void FindInFilesView::searchEnded(bool cancelled, std::uint64_t hits, std::size_t files,
@@ -365,15 +362,15 @@ void FindInFilesView::searchEnded(bool cancelled, std::uint64_t hits, std::size_
   setRunning(false);
   QString text;
   if (cancelled) {
-    text = tr8("UserCancelAction");
+    text = loc("UserCancelAction");
   } else if (hits == 0) {
-    text = tr8("No results");
+    text = loc("No results");
   } else {
     text = QStringLiteral("%1 %2, %3 %4")
                .arg(hits)
-               .arg(tr8(hits == 1 ? "result" : "results"))
+               .arg(loc(hits == 1 ? "result" : "results"))
                .arg(files)
-               .arg(tr8(files == 1 ? "file" : "files"));
+               .arg(loc(files == 1 ? "file" : "files"));
   }
   if (!error.empty()) text += QStringLiteral(" \u2014 ") + QString::fromStdString(error);
   status_->setText(text);
@@ -428,7 +425,7 @@ void registerFindViews() {
     std::string folder = path.empty() ? FileUtil::documentDirectory() : path;
     if (!fs::is_directory(folder, ec)) folder = fs::path(folder).parent_path().string();
     auto* view = new FindInFilesView(fs::absolute(folder, ec).string(), window);
-    view->setProperty("crumb", tr8("Find in files"));
+    view->setProperty("crumb", loc("Find in files"));
     QTimer::singleShot(0, view->patternField(), [view] { view->patternField()->setFocus(); });
     return view;
   });

@@ -6,6 +6,7 @@
 
 #include "gui/MainWindow.h"
 #include "gui/QtScreenPort.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 #include "viewers/mht/MhtURLProtocol.h"
 #include "viewers/mht/MhtViewController.h"
@@ -49,7 +50,7 @@ MhtView::MhtView(const std::string& path, MainWindow&, QWidget* parent)
     : WebPageView(parent), port_(std::make_unique<Port>(this)) {
   setObjectName(QStringLiteral("mhtView"));
   setProperty("crumb", MainWindow::crumbFor(path));
-  action_ = new QAction(QString::fromStdString(localizedString("Options")), this);
+  action_ = new QAction(loc("Options"), this);
   action_->setObjectName(QStringLiteral("mhtActions"));
   action_->setEnabled(false);
   toolbar()->insertAction(toolbar()->actions().value(0), action_);

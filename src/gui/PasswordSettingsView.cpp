@@ -12,6 +12,7 @@
 #include "gui/MainWindow.h"
 #include "gui/PreferenceTable.h"
 #include "gui/Screens.h"
+#include "gui/Text.h"
 #include "gui/Theme.h"
 #include "platform/Strings.h"
 
@@ -68,7 +69,7 @@ const std::map<std::string, SwitchBinding>& switches() {
 
 PasswordSettingsView::PasswordSettingsView(MainWindow& window) : QWidget(&window) {
   setObjectName(QStringLiteral("passwordSettings"));
-  setProperty("crumb", QString::fromStdString(localizedString("LocalLoginPassword")));
+  setProperty("crumb", loc("LocalLoginPassword"));
   controller_ =
       std::make_shared<SettingsLoginPassword>(std::make_shared<PasswordPort>(this, window));
   controller_->reloadData = [this] { reload(); };
@@ -93,7 +94,7 @@ PasswordSettingsView::PasswordSettingsView(MainWindow& window) : QWidget(&window
   auto* bar = new QHBoxLayout;
   bar->setContentsMargins(24, 8, 24, 12);
   bar->addStretch();
-  save_ = new QPushButton(QString::fromStdString(localizedString("Save")), this);
+  save_ = new QPushButton(loc("Save"), this);
   save_->setObjectName(QStringLiteral("savePasswords"));
   save_->setDefault(true);
   bar->addWidget(save_);
@@ -154,7 +155,7 @@ void PasswordSettingsView::reload() {
                 [this, event](bool on) { switches().at(event).change(*controller_, on); });
         widget = box;
       } else if (event == "clearDirectoryPassword:") {
-        auto* button = new QPushButton(QString::fromStdString(localizedString(text)));
+        auto* button = new QPushButton(loc(text));
         button->setObjectName(QStringLiteral("clearDirectoryPassword"));
         connect(button, &QPushButton::clicked, this,
                 [this] { controller_->clearDirectoryPassword(); });

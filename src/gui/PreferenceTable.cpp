@@ -3,6 +3,7 @@
 #include <QEvent>
 #include <QHBoxLayout>
 
+#include "gui/Text.h"
 #include "platform/Strings.h"
 
 namespace harbor::gui {
@@ -33,7 +34,7 @@ void PreferenceTable::clear() {
 QFrame* PreferenceTable::addSection(const std::string& title) {
   const int at = layout_->count() - 1;  // before the closing stretch
   if (!title.empty()) {
-    auto* label = new QLabel(QString::fromStdString(localizedString(title)), content_);
+    auto* label = new QLabel(loc(title), content_);
     label->setObjectName(QStringLiteral("sectionTitle"));
     QFont f = label->font();
     f.setBold(true);
@@ -74,7 +75,7 @@ QWidget* PreferenceTable::addRow(QFrame* section, const std::string& text, const
   h->setContentsMargins(12, 8, 12, 8);
   auto* texts = new QVBoxLayout;
   texts->setSpacing(2);
-  auto* label = new QLabel(QString::fromStdString(localizedString(text)), row);
+  auto* label = new QLabel(loc(text), row);
   label->setObjectName(QStringLiteral("rowText"));
   label->setWordWrap(true);
   texts->addWidget(label);

@@ -18,16 +18,13 @@
 #include "gui/MainWindow.h"
 #include "gui/QrCode.h"
 #include "gui/Screens.h"
+#include "gui/Text.h"
 #include "platform/Strings.h"
 #include "prefs/FileShareUtil.h"
 #include "prefs/LoginPasswordUtil.h"
 
 namespace harbor::gui {
 namespace {
-
-QString tr8(const std::string& key) {
-  return QString::fromStdString(localizedString(key));
-}
 
 std::string rowValue(const FileShareController::Row& row, const char* key) {
   auto it = row.find(key);
@@ -71,7 +68,7 @@ ShareView::ShareView(std::shared_ptr<HarborFileShareController> controller,
   page->setContentsMargins(24, 16, 24, 16);
   page->setSpacing(14);
 
-  auto* web = new QGroupBox(tr8("Wifi"), this);
+  auto* web = new QGroupBox(loc("Wifi"), this);
   web->setObjectName(QStringLiteral("webGroup"));
   auto* webGrid = new QGridLayout(web);
   webGrid->setColumnStretch(0, 1);
@@ -92,7 +89,7 @@ ShareView::ShareView(std::shared_ptr<HarborFileShareController> controller,
   qr_ = new QLabel(web);
   qr_->setObjectName(QStringLiteral("webQr"));
   qr_->setAlignment(Qt::AlignCenter);
-  qrCaption_ = new QLabel(tr8("ScanToOpen"), web);
+  qrCaption_ = new QLabel(loc("ScanToOpen"), web);
   qrCaption_->setAlignment(Qt::AlignCenter);
   qrCaption_->setWordWrap(true);
   auto* stateRow = new QHBoxLayout;
@@ -109,7 +106,7 @@ ShareView::ShareView(std::shared_ptr<HarborFileShareController> controller,
   webGrid->addLayout(qrColumn, 0, 1, 5, 1);
   page->addWidget(web);
 
-  auto* dav = new QGroupBox(tr8("WebDAV"), this);
+  auto* dav = new QGroupBox(loc("WebDAV"), this);
   dav->setObjectName(QStringLiteral("davGroup"));
   auto* davBox = new QVBoxLayout(dav);
   davState_ = new QLabel(dav);
@@ -238,7 +235,7 @@ void ShareView::refresh() {
 
   const bool webRunning = controller_->httpServer() && controller_->httpServer()->isRunning();
 
-  webToggle_->setText(tr8(webRunning ? "StopShare" : "StartShare"));
+  webToggle_->setText(loc(webRunning ? "StopShare" : "StartShare"));
   webToggle_->setEnabled(controller_->httpServer() != nullptr);
 
   // The row carries a detail only when there is no network to share on.
@@ -247,7 +244,7 @@ void ShareView::refresh() {
                           ? QString::fromStdString(rowValue(*addressRow, "control_row_text"))
                           : QString();
   // The state line leads to the address only when there is one to follow.
-  webState_->setText(tr8(!webRunning     ? "ShareStopped"
+  webState_->setText(loc(!webRunning     ? "ShareStopped"
                          : url.isEmpty() ? "ShareOn"
                                          : "ShareRunning"));
   networkHint_->setText(QString::fromStdString(hint));
@@ -271,17 +268,17 @@ void ShareView::refresh() {
   autoOpen_->setVisible(switchRow != nullptr);
 
   const bool davRunning = webDav_ && webDav_->isRunning();
-  davToggle_->setText(tr8(davRunning ? "StopShare" : "StartShare"));
+  davToggle_->setText(loc(davRunning ? "StopShare" : "StartShare"));
   davToggle_->setEnabled(webDav_ != nullptr);
   const QString davUrl = webDavAddress();
-  davState_->setText(tr8(!davRunning        ? "ShareStopped"
+  davState_->setText(loc(!davRunning        ? "ShareStopped"
                          : davUrl.isEmpty() ? "ShareOn"
                                             : "WebDAVRunning"));
   davAddress_->setText(davUrl.isEmpty() ? QString() : addressText(davUrl, davRunning, palette()));
   davAddress_->setVisible(!davUrl.isEmpty());
   // The same password guards the WebDAV connection as the web pages' folders.
   davAuth_->setText(
-      tr8(LoginPasswordUtil::getWifiPassword().empty() ? "WebDAVOpen" : "WebDAVDigest"));
+      loc(LoginPasswordUtil::getWifiPassword().empty() ? "WebDAVOpen" : "WebDAVDigest"));
 
   if (cloudRow) cloud_->setText(QString::fromStdString(rowValue(*cloudRow, "control_row_text")));
   cloud_->setVisible(cloudRow != nullptr);

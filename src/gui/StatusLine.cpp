@@ -2,7 +2,7 @@
 
 #include <QHBoxLayout>
 
-#include "platform/Strings.h"
+#include "gui/Text.h"
 
 namespace harbor::gui {
 
@@ -10,7 +10,7 @@ StatusLine::StatusLine(QWidget* parent)
     : QWidget(parent),
       status(new QLabel(this)),
       progress(new QProgressBar(this)),
-      cancel(new QPushButton(QString::fromStdString(localizedString("Cancel")), this)) {
+      cancel(new QPushButton(loc("Cancel"), this)) {
   auto* layout = new QHBoxLayout(this);
   layout->setContentsMargins(10, 2, 8, 4);
   status->setObjectName(QStringLiteral("status"));
